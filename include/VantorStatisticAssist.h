@@ -1,0 +1,7 @@
+#pragma once
+
+#include "VantorGlobal.h"
+#include "VantorTypes.h"
+
+// A bounded window of samples with minimum, maximum and average.
+class VANTORUTILS_EXPORT VantorStatisticAssist;

@@ -1,0 +1,3 @@
+#include "CEventMessageCommon.h"
+
+CEventMessageCommon::~CEventMessageCommon() = default;

@@ -1,0 +1,3 @@
+#include "CMessageCommon.h"
+
+CMessageCommon::~CMessageCommon() = default;

@@ -1,0 +1,8 @@
+#include "IPresenterTransport.h"
+
+IPresenterTransport::IPresenterTransport(QObject* parent)
+    : QObject(parent)
+{
+}
+
+IPresenterTransport::~IPresenterTransport() = default;

@@ -1,0 +1,59 @@
+#include "LmMessageBox.h"
+
+#include "PlatformLogging.h"
+
+#include <QApplication>
+#include <QMessageBox>
+#include <QMutex>
+
+namespace {
+QMutex g_hookMutex;
+LmMessageBox::AnswerHook g_hook;
+} // namespace
+
+LmMessageBox::LmMessageBox(const QString& title, const QString& text, int type, QWidget* parent, int flags)
+    : m_title(title)
+    , m_text(text)
+    , m_type(type)
+    , m_parent(parent)
+    , m_flags(flags)
+{
+}
+
+void LmMessageBox::setAnswerHook(AnswerHook hook)
+{
+    QMutexLocker locker(&g_hookMutex);
+    g_hook = std::move(hook);
+}
+
+void LmMessageBox::clearAnswerHook()
+{
+    setAnswerHook(nullptr);
+}
+
+QSize LmMessageBox::sizeHint() const
+{
+    return QSize(360, 160);
+}
+
+int LmMessageBox::exec()
+{
+    AnswerHook hook;
+    {
+        QMutexLocker locker(&g_hookMutex);
+        hook = g_hook;
+    }
+    if (hook)
+        return hook(Shown{m_title, m_text, m_type, m_flags, m_parent != nullptr});
+
+    if (!qobject_cast<QApplication*>(QCoreApplication::instance())) {
+        qCInfo(lcPlatform).noquote() << "LmMessageBox::exec" << m_title << m_text << "(no GUI, not shown)";
+        return 0;
+    }
+    QMessageBox box(m_type == 3 ? QMessageBox::Question : QMessageBox::Information, m_title, m_text,
+                    m_type == 3 ? (QMessageBox::Yes | QMessageBox::No) : QMessageBox::Ok, m_parent);
+    if (m_moved)
+        box.move(m_pos);
+    const int answer = box.exec();
+    return (answer == QMessageBox::Yes || answer == QMessageBox::Ok) ? 1 : 0;
+}

@@ -1,0 +1,3 @@
+#include "VantorUtils.h"
+
+#include "VantorUtils_p.h"
