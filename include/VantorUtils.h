@@ -56,5 +56,10 @@ public:
 
     // ---- Numbers, formulas, maps and strings ----
 
+    // Splits a large order quantity into child quantities of at most maxPiece, in order,
+    // with no last piece below minPiece when that can be avoided: (1050, 500, 100) gives
+    // 500, 450, 100. A maxPiece that is not positive leaves the total in one piece.
+    static QList<int> SplitBigNumIntoSmallNumList(qint64 total, int maxPiece, int minPiece);
+
     // ---- Screens, passwords, versions, paths and downloads ----
 };

@@ -1,6 +1,7 @@
 #include "VantorUtils.h"
 
 #include "VantorUtils_p.h"
+#include "business/VantorQuantityRules.h"
 #include "query/VantorServerRequests.h"
 
 // ---- Server requests ----
@@ -50,4 +51,9 @@ QString VantorUtils::SendRequestListToServer(LmPresenterClass* presenter, const 
 {
     return VantorServerRequests::sendRequestListToServer(presenter, functionId, conditions, mode, errorText, rows,
                                                          msgPackGroup, msgUnpackGroup);
+}
+
+QList<int> VantorUtils::SplitBigNumIntoSmallNumList(qint64 total, int maxPiece, int minPiece)
+{
+    return VantorQuantityRules::SplitBigNumIntoSmallNumList(total, maxPiece, minPiece);
 }
