@@ -18,8 +18,9 @@ enum QueryDataMode {
     QueryHeadAndData = 2, // the head line (when not empty), then the data rows
 };
 
-// Column format of a written table, keyed by zero-based column index.
-enum ExportFormat {
+// Column format of a written table, keyed by zero-based column index. Header maps carry
+// further values, which are written as text; the fixed type keeps every int a valid value.
+enum ExportFormat : int {
     ExportFormatText = 0,
     ExportFormatNumber = 1, // numeric column
 };
