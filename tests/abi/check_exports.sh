@@ -8,7 +8,7 @@ exported='VantorUtils|VantorBusiUtils|IVantorQueryExecuteItem|IOnceTimerBase|Van
 symbols=$(nm -D --defined-only -C "$lib" | cut -d' ' -f3-)
 stray=$(printf '%s\n' "$symbols" \
   | grep -vE "^(_init|_fini|_edata|_end|__bss_start)$" \
-  | grep -vE "^((vtable|typeinfo|typeinfo name|non-virtual thunk to|virtual thunk to) for )?(${exported})(::|$| )" \
+  | grep -vE "^((vtable|typeinfo|typeinfo name) for |(non-virtual|virtual) thunk to )?(${exported})(::|$| )" \
   | grep -vE "^(vtable|typeinfo|typeinfo name) for (${exported})(::[A-Za-z_]+)?$" \
   | grep -vE "^(operator(<<|>>|==|!=)|qHash)\(.*(${exported})" || true)
 if [ -n "$stray" ]; then
