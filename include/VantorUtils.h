@@ -52,7 +52,37 @@ public:
 
     // ---- Once timers ----
 
+    // Creates a one-shot timer for `obj` when `timerId` is empty and writes its id ("0",
+    // "1", ... per object) into `timerId`; then starts the named timer for `msec` unless it
+    // is already running (a running timer keeps its first deadline). `obj` must also be a
+    // QObject; the timer is its child and fires on its thread.
+    static void OnceTimer(int msec, IOnceTimerBase* obj, QString& timerId);
+    // Stops the named timer of `obj`; true if such a timer was found.
+    static bool StopOnceTimer(IOnceTimerBase* obj, const QString& timerId);
+
     // ---- Table files ----
+    static QList<QStringList> ReadTableData(const QString& fileName);
+    static QList<QStringList> ReadTableData(const QString& fileName, ReadTableCfg cfg, QString& err);
+    static QList<QPair<QString, QList<QStringList>>> ReadMultiSheetTables(const QString& fileName, ReadTableCfg cfg);
+    static bool WriteTableData(const QList<QStringList>& data, const QString& fileName,
+                               const QMap<int, ExportFormat>& formats, bool showMessageBox, ExportFileCode code,
+                               bool append);
+    static bool WriteTableData(const QList<QStringList>& data, const QString& fileName,
+                               const QMap<int, ExportFormat>& formats, bool showMessageBox, ExportFileCode code,
+                               bool append, QString& err);
+    static bool WriteTableDatas(const QString& fileName, const QList<QPair<QString, QList<QStringList>>>& sheets,
+                                const QMap<QString, QMap<int, ExportFormat>>& formats);
+    static bool WriteTableDatas(const QString& fileName, const QList<QPair<QString, QList<QStringList>>>& sheets,
+                                const QMap<QString, QMap<int, ExportFormat>>& formats, QString& err);
+    static QString ChargeFileCodec(const QString& fileName);
+    static QList<QStringList> GetCsvContentFromLmTable(const QList<QMap<QString, QVariant>>& heads,
+                                                       const QList<QMap<int, QMap<QString, QVariant>>>& rows,
+                                                       bool allColumns, const QList<int>& columns);
+    static QList<QStringList> GetCsvContentFromLmTree(const QList<QMap<QString, QVariant>>& heads,
+                                                      const QList<QMap<int, QMap<QString, QVariant>>>& rows,
+                                                      int column, int mode, bool allColumns);
+    static QMap<int, ExportFormat> GetColumnFormatFromHead(const QList<QMap<QString, QVariant>>& heads,
+                                                           bool allColumns);
 
     // ---- Numbers, formulas, maps and strings ----
 

@@ -280,24 +280,26 @@ private slots:
     {
         QTest::addColumn<double>("total");
         QTest::addColumn<Doubles>("holdings");
+        QTest::addColumn<int>("minimum");
         QTest::addColumn<int>("strategy");
         QTest::addColumn<Qtys>("expected");
-        QTest::newRow("sequential") << 1000.0 << Doubles{300, 1250} << 0 << Qtys{300, 700};
-        QTest::newRow("sequential, later holdings get 0") << 1050.0 << Doubles{1250, 300} << 0 << Qtys{1050, 0};
-        QTest::newRow("sequential, remainder below minimum") << 1050.0 << Doubles{1000, 300} << 0 << Qtys{1000, 0};
-        QTest::newRow("round lot") << 1000.0 << Doubles{350, 1250} << 1 << Qtys{300, 700};
-        QTest::newRow("round lot drops part of a step") << 1050.0 << Doubles{350, 1250} << 1 << Qtys{300, 700};
-        QTest::newRow("round lot ignores minimum") << 1050.0 << Doubles{1000, 300} << 1 << Qtys{1000, 0};
-        QTest::newRow("unknown strategy") << 1000.0 << Doubles{300} << 2 << Qtys{};
+        QTest::newRow("sequential") << 1000.0 << Doubles{300, 1250} << 100 << 0 << Qtys{300, 700};
+        QTest::newRow("sequential, later holdings get 0") << 1050.0 << Doubles{1250, 300} << 100 << 0 << Qtys{1050, 0};
+        QTest::newRow("sequential, rest below minimum") << 1200.0 << Doubles{1000, 300} << 300 << 0 << Qtys{1000, 0};
+        QTest::newRow("round lot") << 1000.0 << Doubles{350, 1250} << 100 << 1 << Qtys{300, 700};
+        QTest::newRow("round lot drops part of a step") << 1050.0 << Doubles{350, 1250} << 100 << 1 << Qtys{300, 700};
+        QTest::newRow("round lot ignores minimum") << 1200.0 << Doubles{1000, 300} << 300 << 1 << Qtys{1000, 200};
+        QTest::newRow("unknown strategy") << 1000.0 << Doubles{300} << 100 << 2 << Qtys{};
     }
 
     void soldableQtyList()
     {
         QFETCH(double, total);
         QFETCH(Doubles, holdings);
+        QFETCH(int, minimum);
         QFETCH(int, strategy);
         QFETCH(Qtys, expected);
-        QCOMPARE(VantorBusiUtils::GetSoldableQtyList(total, holdings, 100, 100, SoldQtyAllocStrategy(strategy)),
+        QCOMPARE(VantorBusiUtils::GetSoldableQtyList(total, holdings, 100, minimum, SoldQtyAllocStrategy(strategy)),
                  expected);
     }
 
