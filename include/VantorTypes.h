@@ -120,6 +120,19 @@ struct SysScreenInfo {
     qint32 monitorHeight = -1;
 };
 
+// The callback side of a one-shot timer (VantorUtils::OnceTimer). An implementation must
+// also derive from QObject (or a subclass): its timers are created as children of that
+// object and fire on its thread. Objects are never deleted through this interface.
+class VANTORUTILS_EXPORT IOnceTimerBase
+{
+public:
+    // Called on the object's thread when the timer `timerId` of this object fires.
+    virtual void timeout(const QString& timerId) = 0;
+
+protected:
+    ~IOnceTimerBase() = default;
+};
+
 using VantorRow = QMap<QString, QVariant>;
 using VantorRows = QList<QMap<QString, QVariant>>;
 using VantorTable = QList<QStringList>;

@@ -52,6 +52,14 @@ public:
 
     // ---- Once timers ----
 
+    // Creates a one-shot timer for `obj` when `timerId` is empty and writes its id ("0",
+    // "1", ... per object) into `timerId`; then starts the named timer for `msec` unless it
+    // is already running (a running timer keeps its first deadline). `obj` must also be a
+    // QObject; the timer is its child and fires on its thread.
+    static void OnceTimer(int msec, IOnceTimerBase* obj, QString& timerId);
+    // Stops the named timer of `obj`; true if such a timer was found.
+    static bool StopOnceTimer(IOnceTimerBase* obj, const QString& timerId);
+
     // ---- Table files ----
     static QList<QStringList> ReadTableData(const QString& fileName);
     static QList<QStringList> ReadTableData(const QString& fileName, ReadTableCfg cfg, QString& err);

@@ -4,6 +4,7 @@
 #include "business/VantorQuantityRules.h"
 #include "query/VantorServerRequests.h"
 #include "tables/TableFileAssist.h"
+#include "timing/OnceTimerManager.h"
 
 // ---- Server requests ----
 
@@ -57,6 +58,18 @@ QString VantorUtils::SendRequestListToServer(LmPresenterClass* presenter, const 
 QList<int> VantorUtils::SplitBigNumIntoSmallNumList(qint64 total, int maxPiece, int minPiece)
 {
     return VantorQuantityRules::SplitBigNumIntoSmallNumList(total, maxPiece, minPiece);
+}
+
+// ---- Once timers ----
+
+void VantorUtils::OnceTimer(int msec, IOnceTimerBase* obj, QString& timerId)
+{
+    OnceTimerManager::instance()->OnceTimer(msec, obj, timerId);
+}
+
+bool VantorUtils::StopOnceTimer(IOnceTimerBase* obj, const QString& timerId)
+{
+    return OnceTimerManager::instance()->StopOnceTimer(obj, timerId);
 }
 
 // ---- Table files ----
