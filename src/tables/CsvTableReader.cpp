@@ -83,7 +83,10 @@ CsvTableReader::Status CsvTableReader::read(const QString& fileName, const QByte
 
     auto takeLine = [&](const QChar* b, const QChar* e) {
         ++result.linesRead;
-        // Carriage returns never reach a line, wherever they stand.
+        // Carriage returns never reach a line, wherever they stand; the usual one at the
+        // end of the line costs no copy.
+        while (e != b && (e - 1)->unicode() == '\r')
+            --e;
         bool hasCr = false;
         for (const QChar* p = b; p != e; ++p) {
             if (p->unicode() == '\r') {
