@@ -87,16 +87,6 @@ private slots:
         QTEST(g_calls, "calls");
     }
 
-    void pushesReachCallbacksWithTheirValues()
-    {
-        VantorEntrustPushHub hub;
-        Push received;
-        QVERIFY(hub.RegisterEntrustPushFunc([&received](const Push& p) { received = p; }, true));
-        const Push push{{"orderID", "77"}, {"orderStatus", "filled"}};
-        hub.ProcessEntrustPush(push);
-        QCOMPARE(received, push);
-    }
-
     // Slots: MQ before file trader; nothing before registration; empty arguments keep slots.
     void mqAndFileTraderSlots()
     {
