@@ -41,9 +41,7 @@ public:
     explicit IVantorQueryExecuteItem(QObject* parent = nullptr);
     ~IVantorQueryExecuteItem() override;
 
-    void run() override;
-
-    // Overridable steps of a run, in this order.
+    // Overridable steps of a run.
     virtual void setQueryCondition(const QMap<QString, QVariant>& condition);
     virtual void setQueryListCondition(const QList<QMap<QString, QVariant>>& conditions);
     virtual QString functionId() const;
@@ -80,6 +78,9 @@ public:
     virtual bool postProcessDataList(QList<QMap<QString, QVariant>>& rows);
     // Asks a running query to end after its current attempt.
     virtual void stop();
+
+    // Runs the query to its end on the calling thread.
+    void run() override;
 
     void setFunctionId(const QString& functionId);
     int errorCode() const;
