@@ -4,6 +4,7 @@
 #include "VantorLogging.h"
 
 #include <algorithm>
+#include <iterator>
 
 namespace {
 using PlainEntrustPushFunc = void (*)(const QMap<QString, QVariant>&);
@@ -26,7 +27,7 @@ void fillSlot(Func&& func, Func& slot, std::atomic<bool>& flag)
 } // namespace
 
 VantorEntrustPushHub::VantorEntrustPushHub()
-    : m_entrustPushList(std::make_shared<const EntrustPushList>())
+    : m_entrustPushList(new EntrustPushList)
 {
 }
 
@@ -34,7 +35,7 @@ bool VantorEntrustPushHub::RegisterEntrustPushFunc(EntrustPushFunc func, bool ad
 {
     const PlainEntrustPushFunc key = plainFunction(func);
     VantorLockers::WriteLocker locker(&m_entrustPushLock);
-    const EntrustPushList& current = *m_entrustPushList;
+    const std::vector<EntrustPushFunc>& current = m_entrustPushList->funcs;
     const auto isEqual = [key](const EntrustPushFunc& f) { return plainFunction(f) == key; };
 
     if (add) {
@@ -44,15 +45,17 @@ bool VantorEntrustPushHub::RegisterEntrustPushFunc(EntrustPushFunc func, bool ad
         }
         if (std::any_of(current.cbegin(), current.cend(), isEqual))
             return false;
-        auto next = std::make_shared<EntrustPushList>(current);
-        next->push_back(std::move(func));
-        m_entrustPushList = std::move(next);
+        auto next = new EntrustPushList;
+        next->funcs.reserve(current.size() + 1);
+        next->funcs = current;
+        next->funcs.push_back(std::move(func));
+        m_entrustPushList = QExplicitlySharedDataPointer<const EntrustPushList>(next);
         return true;
     }
 
-    auto next = std::make_shared<EntrustPushList>(current);
-    next->erase(std::remove_if(next->begin(), next->end(), isEqual), next->end());
-    m_entrustPushList = std::move(next);
+    auto next = new EntrustPushList;
+    std::remove_copy_if(current.cbegin(), current.cend(), std::back_inserter(next->funcs), isEqual);
+    m_entrustPushList = QExplicitlySharedDataPointer<const EntrustPushList>(next);
     return true;
 }
 
@@ -75,12 +78,12 @@ void VantorEntrustPushHub::RegisterMQNetDataFunc(NetDataFunc func)
 
 void VantorEntrustPushHub::ProcessEntrustPush(const QMap<QString, QVariant>& push) const
 {
-    std::shared_ptr<const EntrustPushList> list;
+    QExplicitlySharedDataPointer<const EntrustPushList> list;
     {
         VantorLockers::ReadLocker locker(&m_entrustPushLock);
         list = m_entrustPushList;
     }
-    for (const EntrustPushFunc& func : *list)
+    for (const EntrustPushFunc& func : list->funcs)
         func(push);
 }
 

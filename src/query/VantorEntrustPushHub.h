@@ -1,13 +1,14 @@
 #pragma once
 
+#include <QExplicitlySharedDataPointer>
 #include <QMap>
 #include <QReadWriteLock>
+#include <QSharedData>
 #include <QString>
 #include <QVariant>
 
 #include <atomic>
 #include <functional>
-#include <memory>
 #include <vector>
 
 // The receivers of order pushes: the entrust push callbacks that plug-ins register, and
@@ -43,12 +44,14 @@ public:
     void SendMQNetData(const QString& a, const QVariant& b, const QVariant& c) const;
 
 private:
-    using EntrustPushList = std::vector<EntrustPushFunc>;
+    struct EntrustPushList : QSharedData {
+        std::vector<EntrustPushFunc> funcs;
+    };
 
     // Dispatch reads an immutable list; registration swaps in a new one. A push thus
     // neither copies the callbacks nor holds the lock while they run.
     mutable QReadWriteLock m_entrustPushLock;
-    std::shared_ptr<const EntrustPushList> m_entrustPushList;
+    QExplicitlySharedDataPointer<const EntrustPushList> m_entrustPushList;
 
     // The slots are read without a lock: each flag is set after its slot was filled.
     EntrustPushFunc m_fileTraderEntrustPush;
