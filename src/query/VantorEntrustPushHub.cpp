@@ -1,6 +1,7 @@
 #include "VantorEntrustPushHub.h"
 
-#include "VantorLockers.h"
+#include <QMutexLocker>
+#include <QReadWriteLock>
 #include "VantorLogging.h"
 
 #include <algorithm>
@@ -34,7 +35,7 @@ VantorEntrustPushHub::VantorEntrustPushHub()
 bool VantorEntrustPushHub::RegisterEntrustPushFunc(EntrustPushFunc func, bool add)
 {
     const PlainEntrustPushFunc key = plainFunction(func);
-    VantorLockers::WriteLocker locker(&m_entrustPushLock);
+    QWriteLocker locker(&m_entrustPushLock);
     const std::vector<EntrustPushFunc>& current = m_entrustPushList->funcs;
     const auto isEqual = [key](const EntrustPushFunc& f) { return plainFunction(f) == key; };
 
@@ -80,7 +81,7 @@ void VantorEntrustPushHub::ProcessEntrustPush(const QMap<QString, QVariant>& pus
 {
     QExplicitlySharedDataPointer<const EntrustPushList> list;
     {
-        VantorLockers::ReadLocker locker(&m_entrustPushLock);
+        QReadLocker locker(&m_entrustPushLock);
         list = m_entrustPushList;
     }
     for (const EntrustPushFunc& func : list->funcs)

@@ -1,6 +1,7 @@
 #include "VantorEventIdRegistry.h"
 
-#include "VantorLockers.h"
+#include <QMutexLocker>
+#include <QReadWriteLock>
 #include "VantorLogging.h"
 
 #include <KorvoKeys.h>
@@ -13,13 +14,13 @@ VantorEventIdRegistry::VantorEventIdRegistry()
 int VantorEventIdRegistry::GetKorvoEventMsgIdByStr(const QString& key)
 {
     {
-        VantorLockers::ReadLocker locker(&m_lock);
+        QReadLocker locker(&m_lock);
         const auto it = m_ids.constFind(key);
         if (it != m_ids.constEnd())
             return it.value();
     }
 
-    VantorLockers::WriteLocker locker(&m_lock);
+    QWriteLocker locker(&m_lock);
     const int id = ++m_counter;
     qCInfo(lcQuery).noquote() << "VantorEventIdRegistry::GetKorvoEventMsgIdByStr"
                               << QStringLiteral("Vantor Event MsgId created, msgKey: %1, msgId: %2").arg(key).arg(id);
