@@ -4,9 +4,14 @@
 
 #include <QFile>
 
+#include <algorithm>
+#include <memory>
+
 namespace {
 
 constexpr qint64 kChunkBytes = 1 << 20;
+// The first block is small: a codec that does not fit usually fails on it, early.
+constexpr qint64 kFirstChunkBytes = 64 << 10;
 
 inline bool isSpace(QChar c)
 {
@@ -41,6 +46,56 @@ QString makeCell(const QChar* begin, const QChar* end)
     return cell;
 }
 
+// Builds the cells of a row. Columns that repeat a few values (codes, names, states)
+// share one string per value instead of one per cell: a small per-column table keyed by
+// the text remembers recent values. A column whose values do not repeat stops being
+// looked up after a while.
+class CellBuilder
+{
+public:
+    QString cell(int column, const QChar* begin, const QChar* end)
+    {
+        while (begin != end && (begin->unicode() == '"' || isSpace(*begin)))
+            ++begin;
+        while (end != begin && ((end - 1)->unicode() == '"' || isSpace(*(end - 1))))
+            --end;
+        const int len = int(end - begin);
+        if (len == 0)
+            return QString();
+        if (len > kMaxSharedChars || column >= kMaxSharedColumns)
+            return makeCell(begin, end);
+        Column& col = m_columns[column];
+        if (col.lookups >= kTrialCells && col.hits * 8 < col.lookups)
+            return makeCell(begin, end);
+        uint h = uint(len);
+        for (const QChar* p = begin; p != end; ++p)
+            h = h * 31u + p->unicode();
+        QString& slot = col.recent[(h ^ (h >> 7)) & (kSlots - 1)];
+        if (col.lookups < kTrialCells)
+            ++col.lookups;
+        if (slot.size() == len && std::equal(begin, end, slot.constData())) {
+            if (col.hits < kTrialCells)
+                ++col.hits;
+            return slot;
+        }
+        slot = makeCell(begin, end);
+        return slot;
+    }
+
+private:
+    static constexpr int kMaxSharedChars = 24;
+    static constexpr int kMaxSharedColumns = 64;
+    static constexpr int kSlots = 32;
+    static constexpr int kTrialCells = 512;
+
+    struct Column {
+        QString recent[kSlots];
+        int lookups = 0;
+        int hits = 0;
+    };
+    Column m_columns[kMaxSharedColumns];
+};
+
 bool allEmpty(const QStringList& row)
 {
     for (const QString& cell : row) {
@@ -67,6 +122,23 @@ QStringList CsvTableReader::splitLine(const QChar* begin, const QChar* end, int 
     return row;
 }
 
+namespace {
+
+void splitInto(QStringList& row, CellBuilder& cells, const QChar* begin, const QChar* end)
+{
+    int column = 0;
+    const QChar* start = begin;
+    for (const QChar* p = begin; p != end; ++p) {
+        if (p->unicode() == ',') {
+            row.append(cells.cell(column++, start, p));
+            start = p + 1;
+        }
+    }
+    row.append(cells.cell(column, start, end));
+}
+
+} // namespace
+
 CsvTableReader::Status CsvTableReader::read(const QString& fileName, const QByteArray& codec, bool strict,
                                             ReadTableCfg cfg, Result& result)
 {
@@ -80,6 +152,7 @@ CsvTableReader::Status CsvTableReader::read(const QString& fileName, const QByte
     QString text;
     QString lineBuf;
     int width = 1;
+    std::unique_ptr<CellBuilder> cells = std::make_unique<CellBuilder>();
 
     auto takeLine = [&](const QChar* b, const QChar* e) {
         ++result.linesRead;
@@ -95,15 +168,16 @@ CsvTableReader::Status CsvTableReader::read(const QString& fileName, const QByte
             }
         }
         QStringList row;
+        row.reserve(width);
         if (hasCr) {
             lineBuf.clear();
             for (const QChar* p = b; p != e; ++p) {
                 if (p->unicode() != '\r')
                     lineBuf.append(*p);
             }
-            row = splitLine(lineBuf.constData(), lineBuf.constData() + lineBuf.size(), width);
+            splitInto(row, *cells, lineBuf.constData(), lineBuf.constData() + lineBuf.size());
         } else {
-            row = splitLine(b, e, width);
+            splitInto(row, *cells, b, e);
         }
         width = row.size();
         if (cfg == SkipEmptyRows && allEmpty(row))
@@ -111,8 +185,8 @@ CsvTableReader::Status CsvTableReader::read(const QString& fileName, const QByte
         result.rows.append(row);
     };
 
-    for (;;) {
-        const qint64 got = file.read(chunk.data(), kChunkBytes);
+    for (qint64 blockBytes = kFirstChunkBytes;; blockBytes = kChunkBytes) {
+        const qint64 got = file.read(chunk.data(), blockBytes);
         if (got < 0)
             break;
         if (got == 0)

@@ -98,8 +98,8 @@ public:
             formulaError = QStringLiteral("Excel文件中存在公式，Korvo目前不支持Excel公式的导入，请检查！");
         } else {
             switch (c.type) {
-            case XlsxCell::Number:
-                text = cleanCellText(XlsxWorkbookReader::numberText(c.raw, c.rawLen));
+            case XlsxCell::Number: // digits only: nothing to clean
+                text = XlsxWorkbookReader::numberText(c.raw, c.rawLen);
                 break;
             case XlsxCell::Boolean:
                 text = (c.rawNumber() == "1" || c.rawNumber() == "true") ? QStringLiteral("true") : QStringLiteral("false");
@@ -113,7 +113,7 @@ public:
             }
             if (!text.isEmpty())
                 m_empty = false;
-            if (style.numFmt.contains(QLatin1Char('%'))) {
+            if (lcTables().isDebugEnabled() && style.numFmt.contains(QLatin1Char('%'))) {
                 qCDebug(lcTables).noquote() << "TableFileAssist::readSheet" << "number format:" << style.numFmt
                                             << "raw:" << c.rawNumber() << "text:" << text;
             }

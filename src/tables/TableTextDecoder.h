@@ -28,6 +28,9 @@ public:
 
 private:
     bool decodeGb18030(const char* data, int len, QString& out);
+    // Decodes every complete character through a table; false at the first invalid
+    // sequence. `consumed` is how many bytes were used (a cut character is left over).
+    bool decodeGb18030Fast(const unsigned char* data, int len, const ushort* table, QString& out, int& consumed);
 
     QTextCodec* m_codec = nullptr;
     bool m_strict = false;

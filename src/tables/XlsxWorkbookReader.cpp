@@ -553,8 +553,13 @@ QString XlsxWorkbookReader::numberText(const char* raw, int len)
     if (fast && i == n) {
         const bool zeroInt = intLen == 1 && p[intStart] == '0';
         if (fracLen == 0) {
-            // Integers: no leading zero, no trailing zero (those may print with an exponent).
-            fast = (p[intStart] != '0' && p[n - 1] != '0') || (zeroInt && intStart == 0);
+            // Integers without a leading zero print as stored, unless trailing zeros make
+            // the exponent form the shorter one: up to ten digits that is beyond five
+            // zeros (2000000 prints as 2e+06).
+            int zeros = 0;
+            while (zeros < intLen && p[n - 1 - zeros] == '0')
+                ++zeros;
+            fast = (p[intStart] != '0' && (zeros == 0 || (intLen <= 10 && zeros <= 5))) || (zeroInt && intStart == 0);
         } else if (zeroInt) {
             fast = leadingFracZeros <= 3 && fracLen - leadingFracZeros <= 15;
         } else {

@@ -83,6 +83,44 @@ private slots:
         }
     }
 
+    void everyTwoByteGb18030Character()
+    {
+        // The reader decodes two-byte characters through its own table: it must agree
+        // with the codec on each of them.
+        QByteArray bytes;
+        for (int lead = 0x81; lead <= 0xFE; ++lead) {
+            for (int trail = 0x40; trail <= 0xFE; ++trail) {
+                if (trail == 0x7F)
+                    continue;
+                bytes.append(char(lead)).append(char(trail));
+            }
+            bytes.append("\n");
+        }
+        Table expected;
+        for (const QString& line : QTextCodec::codecForName("GB18030")->toUnicode(bytes).split(QLatin1Char('\n')))
+            expected.append({line.trimmed()});
+        expected.removeLast();
+        QString err;
+        QCOMPARE(VantorUtils::ReadTableData(writeBytes("all-gb.csv", bytes), ReadAllRows, err), expected);
+    }
+
+    void repeatedValuesStayApart()
+    {
+        // Cells of a column that repeat a few values share them; values that merely
+        // look alike (same length, same hash slot by chance) must not.
+        QByteArray text;
+        Table expected;
+        for (int i = 0; i < 3000; ++i) {
+            const QString a = QStringLiteral("状态%1").arg(i % 7);
+            const QString b = QString::number(i % 2 ? i : i % 5);
+            const QString c = i % 3 ? QStringLiteral("ab") : QStringLiteral("ba");
+            text += (QLatin1Char('"') + a + QLatin1String("\", ") + b + QLatin1Char(',') + c + QLatin1String("\r\n")).toUtf8();
+            expected.append({a, b, c});
+        }
+        QString err;
+        QCOMPARE(VantorUtils::ReadTableData(writeBytes("repeats.csv", text), ReadAllRows, err), expected);
+    }
+
     void codecDetection_data()
     {
         QTest::addColumn<QByteArray>("content");

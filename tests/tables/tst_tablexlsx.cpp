@@ -224,7 +224,8 @@ private slots:
         const char* samples[] = {"0", "1", "7", "42", "100", "10", "1200000", "99999999", "123456789012345",
                                  "1234567890123456", "0.5", "-0.5", "0.0001", "0.00001", "0.000123", "12.5",
                                  "1200.5", "3.25", "1.123456", "-17.75", "1E-3", "1e10", "2.50", "007", "-0",
-                                 "0.1000000000000000055511151231257827", "123456789.123456789"};
+                                 "0.1000000000000000055511151231257827", "123456789.123456789", "100000",
+                                 "2000000", "-3000000", "12300000", "1230000000", "12345000000", "-9000000000"};
         for (const char* s : samples) {
             const QByteArray raw(s);
             QCOMPARE(XlsxWorkbookReader::numberText(raw), QVariant(raw.toDouble()).toString());
@@ -234,6 +235,9 @@ private slots:
             const double d = double(rng.bounded(2000000000)) / std::pow(10.0, rng.bounded(9)) - 1000.0;
             const QByteArray raw = QByteArray::number(d, 'g', 15);
             QCOMPARE(XlsxWorkbookReader::numberText(raw), QVariant(raw.toDouble()).toString());
+            // Round integers: trailing zeros decide between the plain and the exponent form.
+            const QByteArray round = QByteArray::number(rng.bounded(100000)) + QByteArray(rng.bounded(12), '0');
+            QCOMPARE(XlsxWorkbookReader::numberText(round), QVariant(round.toDouble()).toString());
         }
     }
 
