@@ -3,6 +3,8 @@
 #include "VantorGlobal.h"
 #include "VantorTypes.h"
 
+#include <functional>
+
 class LmPresenterClass;
 class LmPluginBaseWidget;
 class QWidget;
@@ -49,6 +51,44 @@ public:
                                            bool msgPackGroup = false, bool msgUnpackGroup = false);
 
     // ---- Events, business messages and order pushes ----
+    // Events go onto the client's event bus through a presenter (null: the default one).
+    // Order pushes travel the other way: plug-ins register callbacks, and the push entry
+    // points call them on the calling thread.
+
+    // The id of a named event, handed out on first use (the first after the client's
+    // event-id base + 1) and kept for the life of the process.
+    static int GetKorvoEventMsgIdByStr(const QString& key);
+    // Puts an event of type `msgId` carrying `data`; answers 0.
+    static int SendEventMsg(LmPresenterClass* presenter, int msgId, const QVariant& data);
+    static int SendEventMsg(LmPresenterClass* presenter, const QString& key, const QVariant& data);
+    // Puts a message for the message centre; an empty trading account is left out.
+    static void PutBusiMsg(LmPresenterClass* presenter, const QString& level, const QString& text,
+                           const QString& type, const QString& subType, const QString& itemName,
+                           const QString& itemValue, const QString& tradingAccount = QString());
+    // Records a user operation (through the default presenter); an empty menu means the
+    // client's current menu, an empty status is left out.
+    static void RecordWidgetOperation(const QString& object, const QString& type, const QString& text,
+                                      const QString& status = QString(), const QString& menu = QString());
+
+    // Adds (add true) or removes an entrust push callback. Callbacks wrapping the same
+    // plain function are the same; all other callbacks (lambdas, bound objects) count as
+    // one and the same, so only one of them can be registered. Adding one that is there
+    // answers false; removing drops every equal one and answers true.
+    static bool RegisterEntrustPushFunc(std::function<void(const QMap<QString, QVariant>&)> func, bool add);
+    // Each non-empty argument replaces its slot; an empty one leaves the slot as it was.
+    static void RegisterFileTraderEntrustPushFunc(std::function<void(const QMap<QString, QVariant>&)> entrust,
+                                                  std::function<void(const QVariant&)> orderResponse);
+    static void RegisterMQEntrustPushFunc(std::function<void(const QMap<QString, QVariant>&)> entrust,
+                                          std::function<void(const QVariant&)> orderResponse);
+    static void RegisterMQNetDataFunc(std::function<void(const QString&, const QVariant&, const QVariant&)> func);
+    // Calls every entrust push callback, in registration order.
+    static void ProcessEntrustPush(const QMap<QString, QVariant>& push);
+    // Calls the MQ entrust slot, then the file-trader one, each only once it was set.
+    static void ProcessEntrustPushToMQ(const QMap<QString, QVariant>& push);
+    static void ProcessOrderResponsePushToMQ(const QVariant& response);
+    // Calls the MQ net data function. The one call here that can throw: without a
+    // registered function it raises std::bad_function_call, as the MQ bridge always has.
+    static void SendMQNetData(const QString& a, const QVariant& b, const QVariant& c);
 
     // ---- Once timers ----
 

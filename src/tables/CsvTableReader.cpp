@@ -16,30 +16,29 @@ inline bool isSpace(QChar c)
     return c.isSpace();
 }
 
-// The cell between begin and end with every double quote removed, then trimmed.
+// The cell between begin and end with every double quote removed, then trimmed; done in
+// one pass: quotes and white space at either end are skipped together, inner quotes are
+// left out while copying.
 QString makeCell(const QChar* begin, const QChar* end)
 {
-    bool hasQuote = false;
-    for (const QChar* p = begin; p != end; ++p) {
-        if (p->unicode() == '"') {
-            hasQuote = true;
-            break;
-        }
-    }
-    if (!hasQuote) {
-        while (begin != end && isSpace(*begin))
-            ++begin;
-        while (end != begin && isSpace(*(end - 1)))
-            --end;
-        return begin == end ? QString() : QString(begin, int(end - begin));
-    }
-    QString cell;
-    cell.reserve(int(end - begin));
+    while (begin != end && (begin->unicode() == '"' || isSpace(*begin)))
+        ++begin;
+    while (end != begin && ((end - 1)->unicode() == '"' || isSpace(*(end - 1))))
+        --end;
+    if (begin == end)
+        return QString();
+    int quotes = 0;
+    for (const QChar* p = begin; p != end; ++p)
+        quotes += p->unicode() == '"';
+    if (quotes == 0)
+        return QString(begin, int(end - begin));
+    QString cell(int(end - begin) - quotes, Qt::Uninitialized);
+    QChar* w = cell.data();
     for (const QChar* p = begin; p != end; ++p) {
         if (p->unicode() != '"')
-            cell.append(*p);
+            *w++ = *p;
     }
-    return cell.trimmed();
+    return cell;
 }
 
 bool allEmpty(const QStringList& row)
@@ -53,9 +52,10 @@ bool allEmpty(const QStringList& row)
 
 } // namespace
 
-QStringList CsvTableReader::splitLine(const QChar* begin, const QChar* end)
+QStringList CsvTableReader::splitLine(const QChar* begin, const QChar* end, int sizeHint)
 {
     QStringList row;
+    row.reserve(sizeHint);
     const QChar* start = begin;
     for (const QChar* p = begin; p != end; ++p) {
         if (p->unicode() == ',') {
@@ -79,10 +79,14 @@ CsvTableReader::Status CsvTableReader::read(const QString& fileName, const QByte
     QByteArray chunk(int(kChunkBytes), Qt::Uninitialized);
     QString text;
     QString lineBuf;
+    int width = 1;
 
     auto takeLine = [&](const QChar* b, const QChar* e) {
         ++result.linesRead;
-        // Carriage returns never reach a line, wherever they stand.
+        // Carriage returns never reach a line, wherever they stand; the usual one at the
+        // end of the line costs no copy.
+        while (e != b && (e - 1)->unicode() == '\r')
+            --e;
         bool hasCr = false;
         for (const QChar* p = b; p != e; ++p) {
             if (p->unicode() == '\r') {
@@ -97,10 +101,11 @@ CsvTableReader::Status CsvTableReader::read(const QString& fileName, const QByte
                 if (p->unicode() != '\r')
                     lineBuf.append(*p);
             }
-            row = splitLine(lineBuf.constData(), lineBuf.constData() + lineBuf.size());
+            row = splitLine(lineBuf.constData(), lineBuf.constData() + lineBuf.size(), width);
         } else {
-            row = splitLine(b, e);
+            row = splitLine(b, e, width);
         }
+        width = row.size();
         if (cfg == SkipEmptyRows && allEmpty(row))
             return;
         result.rows.append(row);

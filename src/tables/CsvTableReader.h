@@ -29,5 +29,5 @@ public:
                        Result& result);
 
     // Splits one line (without its terminator) into cells.
-    static QStringList splitLine(const QChar* begin, const QChar* end);
+    static QStringList splitLine(const QChar* begin, const QChar* end, int sizeHint = 1);
 };

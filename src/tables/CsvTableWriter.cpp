@@ -40,24 +40,31 @@ void CsvTableWriter::appendLine(QString& out, const QStringList& row, const QStr
                                 const QVector<bool>& numeric)
 {
     const int n = row.size();
+    // Room for every cell with its quotes and separator, then written in place.
+    int need = out.size() + 2;
+    for (int i = 0; i < n; ++i)
+        need += row.at(i).size() + 2 * quote.size() + 1;
+    const int start = out.size();
+    if (out.capacity() < need)
+        out.reserve(qMax(need, 2 * out.capacity()));
+    out.resize(need);
+    QChar* w = out.data() + start;
+    const QChar* q = quote.constData();
+    const int qn = quote.size();
     for (int i = 0; i < n; ++i) {
         if (i > 0)
-            out += QLatin1Char(',');
-        const QString& given = row.at(i);
-        QString numberText;
-        const QString* cell = &given;
-        if (i < numeric.size() && numeric.at(i)) {
-            numberText = given;
-            numberText.remove(QLatin1Char(',')).remove(QLatin1Char(' '));
-            cell = &numberText;
-        }
+            *w++ = QLatin1Char(',');
+        const QString& cell = row.at(i);
+        const QChar* p = cell.constData();
+        const int len = cell.size();
+        const bool number = i < numeric.size() && numeric.at(i);
         bool comma = false;
         bool crlf = false;
         bool dquote = false;
-        const QChar* p = cell->constData();
-        const int len = cell->size();
         for (int k = 0; k < len; ++k) {
             const ushort u = p[k].unicode();
+            if (number && (u == ',' || u == ' '))
+                continue; // thousands separators and spaces leave numeric cells
             if (u == ',')
                 comma = true;
             else if (u == '"')
@@ -65,25 +72,26 @@ void CsvTableWriter::appendLine(QString& out, const QStringList& row, const QStr
             else if (u == '\r' && k + 1 < len && p[k + 1].unicode() == '\n')
                 crlf = true;
         }
-        if (comma || crlf) {
-            out += quote;
-            out += *cell;
-            out += quote;
-        } else if (dquote) {
-            const int at = out.size();
-            out += *cell;
-            QChar* w = out.data() + at;
-            for (int k = 0; k < len; ++k) {
-                if (w[k].unicode() == '"')
-                    w[k] = QLatin1Char('`');
-            }
-        } else {
-            out += quote;
-            out += *cell;
-            out += quote;
+        const bool quoted = comma || crlf || !dquote;
+        if (quoted) {
+            for (int k = 0; k < qn; ++k)
+                *w++ = q[k];
+        }
+        for (int k = 0; k < len; ++k) {
+            const ushort u = p[k].unicode();
+            if (number && (u == ',' || u == ' '))
+                continue;
+            // Without a comma or CRLF, double quotes become backquotes.
+            *w++ = (u == '"' && !comma && !crlf) ? QChar(QLatin1Char('`')) : p[k];
+        }
+        if (quoted) {
+            for (int k = 0; k < qn; ++k)
+                *w++ = q[k];
         }
     }
-    out += QLatin1String("\r\n");
+    *w++ = QLatin1Char('\r');
+    *w++ = QLatin1Char('\n');
+    out.resize(int(w - out.constData()));
 }
 
 bool CsvTableWriter::writeRow(const QStringList& row)

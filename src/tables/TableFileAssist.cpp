@@ -29,8 +29,18 @@ constexpr qint64 kMaxSheetCells = qint64(1) << 26;
 
 QString cleanCellText(QString text)
 {
-    if (text.isEmpty())
+    const int n = text.size();
+    if (n == 0)
         return text;
+    const QChar* p = text.constData();
+    // Most cells have neither tabs nor white space at their ends: nothing to copy.
+    if (!p[0].isSpace() && !p[n - 1].isSpace()) {
+        bool tab = false;
+        for (int i = 0; i < n && !tab; ++i)
+            tab = p[i].unicode() == '\t';
+        if (!tab)
+            return text;
+    }
     text.remove(QLatin1Char('\t'));
     return text.trimmed();
 }
@@ -71,16 +81,16 @@ public:
         QString text;
         bool dated = false;
         if (c.type == XlsxCell::Number && style.isDateTime) {
-            const QVariant value = XlsxWorkbookReader::dateTimeFromNumber(XlsxWorkbookReader::toDouble(c.rawNumber), m_1904);
+            const QVariant value = XlsxWorkbookReader::dateTimeFromNumber(XlsxWorkbookReader::toDouble(c.rawNumber()), m_1904);
             if (value.isValid()) {
                 text = cleanCellText(value.toString());
-                if (m_empty && !c.rawNumber.trimmed().isEmpty())
+                if (m_empty && !c.rawNumber().trimmed().isEmpty())
                     m_empty = false;
             } else {
-                text = cleanCellText(XlsxWorkbookReader::numberText(c.rawNumber));
+                text = cleanCellText(XlsxWorkbookReader::numberText(c.raw, c.rawLen));
             }
             qCDebug(lcTables).noquote() << "TableFileAssist::readSheet" << "date cell valid:" << value.isValid()
-                                        << "null:" << value.isNull() << "text:" << text << "raw:" << c.rawNumber;
+                                        << "null:" << value.isNull() << "text:" << text << "raw:" << c.rawNumber();
             dated = true;
         } else if (c.hasFormula) {
             qCWarning(lcTables).noquote() << "TableFileAssist::readSheet"
@@ -89,10 +99,10 @@ public:
         } else {
             switch (c.type) {
             case XlsxCell::Number:
-                text = cleanCellText(XlsxWorkbookReader::numberText(c.rawNumber));
+                text = cleanCellText(XlsxWorkbookReader::numberText(c.raw, c.rawLen));
                 break;
             case XlsxCell::Boolean:
-                text = (c.rawNumber == "1" || c.rawNumber == "true") ? QStringLiteral("true") : QStringLiteral("false");
+                text = (c.rawNumber() == "1" || c.rawNumber() == "true") ? QStringLiteral("true") : QStringLiteral("false");
                 break;
             case XlsxCell::String:
             case XlsxCell::Error:
@@ -105,7 +115,7 @@ public:
                 m_empty = false;
             if (style.numFmt.contains(QLatin1Char('%'))) {
                 qCDebug(lcTables).noquote() << "TableFileAssist::readSheet" << "number format:" << style.numFmt
-                                            << "raw:" << c.rawNumber << "text:" << text;
+                                            << "raw:" << c.rawNumber() << "text:" << text;
             }
         }
         Q_UNUSED(dated);

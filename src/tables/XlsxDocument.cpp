@@ -53,7 +53,7 @@ public:
         if (c.hasFormula)
             o.formula = c.formula;
         if (c.type == XlsxCell::Number || c.type == XlsxCell::Boolean)
-            o.number = XlsxWorkbookReader::toDouble(c.rawNumber);
+            o.number = XlsxWorkbookReader::toDouble(c.rawNumber());
         else
             o.text = c.text;
         cells.push_back(std::move(o));

@@ -332,8 +332,9 @@ private:
     {
         m_inCell = false;
         m_capture = nullptr;
-        m_cell.text.clear();
-        m_cell.rawNumber.clear();
+        m_cell.text = QString();
+        m_cell.raw = "";
+        m_cell.rawLen = 0;
         if (m_cell.hasFormula)
             m_cell.formula = QString::fromUtf8(m_formula.data(), int(m_formula.size()));
         else
@@ -352,7 +353,8 @@ private:
             }
             case 'b':
                 m_cell.type = XlsxCell::Boolean;
-                m_cell.rawNumber = QByteArray(m_value.data(), int(m_value.size()));
+                m_cell.raw = m_value.c_str();
+                m_cell.rawLen = int(m_value.size());
                 break;
             case 'e':
                 m_cell.type = XlsxCell::Error;
@@ -365,7 +367,8 @@ private:
                 break;
             default:
                 m_cell.type = XlsxCell::Number;
-                m_cell.rawNumber = QByteArray(m_value.data(), int(m_value.size()));
+                m_cell.raw = m_value.c_str();
+                m_cell.rawLen = int(m_value.size());
                 break;
             }
         }
@@ -512,21 +515,21 @@ bool XlsxWorkbookReader::readSheet(int index, XlsxCellVisitor& visitor, QString&
     return XlsxXmlReader::parsePart(m_zip, m_sheets.at(index).part, handler, err);
 }
 
-double XlsxWorkbookReader::toDouble(const QByteArray& raw, bool* ok)
+double XlsxWorkbookReader::toDouble(const char* raw, bool* ok)
 {
     char* end = nullptr;
-    const double d = std::strtod(raw.constData(), &end);
+    const double d = std::strtod(raw, &end);
     if (ok)
-        *ok = end && end != raw.constData() && *end == '\0';
+        *ok = end && end != raw && *end == '\0';
     return d;
 }
 
-QString XlsxWorkbookReader::numberText(const QByteArray& raw)
+QString XlsxWorkbookReader::numberText(const char* raw, int len)
 {
     // Plain decimals of up to 15 significant digits print back as they are stored; only
     // the other forms (exponents, trailing zeros, long mantissas) need the round trip.
-    const char* p = raw.constData();
-    const int n = raw.size();
+    const char* p = raw;
+    const int n = len;
     int i = 0;
     if (i < n && p[i] == '-')
         ++i;
@@ -560,7 +563,7 @@ QString XlsxWorkbookReader::numberText(const QByteArray& raw)
         if (fast)
             return QString::fromLatin1(p, n);
     }
-    return QVariant(toDouble(raw)).toString();
+    return QVariant(toDouble(QByteArray(raw, len))).toString();
 }
 
 QVariant XlsxWorkbookReader::dateTimeFromNumber(double number, bool is1904)

@@ -15,7 +15,10 @@ struct XlsxCell {
     int col = 0; // 1-based
     Type type = Empty;
     QString text;        // String and Error: the value; Number: empty (see rawNumber)
-    QByteArray rawNumber; // Number: the stored digits; Boolean: "0" or "1"
+    // Number: the stored digits; Boolean: "0" or "1". Valid only during the visit.
+    const char* raw = "";
+    int rawLen = 0;
+    QByteArray rawNumber() const { return QByteArray(raw, rawLen); }
     bool hasFormula = false;
     QString formula;
     int style = -1;      // cell format index; -1 when neither the cell nor its column has one
@@ -55,8 +58,11 @@ public:
     bool readSheet(int index, XlsxCellVisitor& visitor, QString& err);
 
     // Value of a number cell as text, the way a variant holding the double prints it.
-    static QString numberText(const QByteArray& raw);
-    static double toDouble(const QByteArray& raw, bool* ok = nullptr);
+    static QString numberText(const char* raw, int len);
+    static QString numberText(const QByteArray& raw) { return numberText(raw.constData(), raw.size()); }
+    // The digits are followed by a NUL, as stored digits and QByteArray data are.
+    static double toDouble(const char* raw, bool* ok = nullptr);
+    static double toDouble(const QByteArray& raw, bool* ok = nullptr) { return toDouble(raw.constData(), ok); }
     // The date, time or date-time a number stands for; invalid when out of range.
     static QVariant dateTimeFromNumber(double number, bool is1904);
 

@@ -1,6 +1,7 @@
 #include "OnceTimerManager.h"
 
-#include "VantorLockers.h"
+#include <QMutexLocker>
+#include <QReadWriteLock>
 #include "VantorLogging.h"
 
 #include <QTimer>
@@ -18,7 +19,7 @@ OnceTimerManager::~OnceTimerManager() = default;
 void OnceTimerManager::OnceTimer(int msec, IOnceTimerBase* obj, QString& timerId)
 {
     if (timerId.isEmpty()) {
-        VantorLockers::WriteLocker locker(&m_lock);
+        QWriteLocker locker(&m_lock);
         QObject* owner = dynamic_cast<QObject*>(obj);
         if (!owner) {
             locker.unlock();
@@ -37,7 +38,7 @@ void OnceTimerManager::OnceTimer(int msec, IOnceTimerBase* obj, QString& timerId
             // The timers die with their object; forget the object then, so that a later
             // object at the same address starts afresh instead of reaching dead timers.
             connect(owner, &QObject::destroyed, this, [this, obj]() {
-                VantorLockers::WriteLocker purge(&m_lock);
+                QWriteLocker purge(&m_lock);
                 m_timers.remove(obj);
             }, Qt::DirectConnection);
         }
@@ -50,7 +51,7 @@ void OnceTimerManager::OnceTimer(int msec, IOnceTimerBase* obj, QString& timerId
         it->append(timer);
     }
 
-    VantorLockers::ReadLocker locker(&m_lock);
+    QReadLocker locker(&m_lock);
     bool ok = false;
     const int index = timerId.toInt(&ok);
     const auto it = m_timers.constFind(obj);
@@ -68,7 +69,7 @@ bool OnceTimerManager::StopOnceTimer(IOnceTimerBase* obj, const QString& timerId
     if (!obj || !ok)
         return false;
 
-    VantorLockers::ReadLocker locker(&m_lock);
+    QReadLocker locker(&m_lock);
     const auto it = m_timers.constFind(obj);
     if (it == m_timers.constEnd() || index < 0 || index >= it->size())
         return false;

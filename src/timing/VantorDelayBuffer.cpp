@@ -1,6 +1,7 @@
 #include "VantorDelayBuffer.h"
 
-#include "VantorLockers.h"
+#include <QMutexLocker>
+#include <QReadWriteLock>
 #include "VantorLogging.h"
 #include "VantorUtils.h"
 
@@ -44,7 +45,7 @@ void VantorDelayBuffer::stopInterval()
 void VantorDelayBuffer::stopPostedInterval()
 {
     // Values appended since the clear keep their running interval.
-    VantorLockers::MutexLocker locker(&m_mutex);
+    QMutexLocker locker(&m_mutex);
     if (m_items.isEmpty())
         VantorUtils::StopOnceTimer(this, m_timerId);
 }
@@ -52,20 +53,20 @@ void VantorDelayBuffer::stopPostedInterval()
 void VantorDelayBuffer::AppendItem(const QVariant& item)
 {
     startInterval();
-    VantorLockers::MutexLocker locker(&m_mutex);
+    QMutexLocker locker(&m_mutex);
     m_items.append(item);
 }
 
 void VantorDelayBuffer::AppendItems(const QList<QVariant>& items)
 {
     startInterval();
-    VantorLockers::MutexLocker locker(&m_mutex);
+    QMutexLocker locker(&m_mutex);
     m_items.append(items);
 }
 
 QList<QVariant> VantorDelayBuffer::GetBufferItems()
 {
-    VantorLockers::MutexLocker locker(&m_mutex);
+    QMutexLocker locker(&m_mutex);
     QList<QVariant> items;
     items.swap(m_items);
     return items;
@@ -73,7 +74,7 @@ QList<QVariant> VantorDelayBuffer::GetBufferItems()
 
 void VantorDelayBuffer::clear()
 {
-    VantorLockers::MutexLocker locker(&m_mutex);
+    QMutexLocker locker(&m_mutex);
     m_items.clear();
     stopInterval();
 }

@@ -1,6 +1,7 @@
 #include "VantorInitStateMgr.h"
 
-#include "VantorLockers.h"
+#include <QMutexLocker>
+#include <QReadWriteLock>
 #include "VantorLogging.h"
 
 VantorInitStateMgr* VantorInitStateMgr::instance()
@@ -22,7 +23,7 @@ bool VantorInitStateMgr::StartInit(const QString& type)
 {
     if (!CanReinit(type))
         return false;
-    VantorLockers::WriteLocker locker(&m_lock);
+    QWriteLocker locker(&m_lock);
     m_states.insert(type, Initing);
     qCDebug(lcTiming).noquote() << "VantorInitStateMgr::StartInit" << type << int(Initing);
     return true;
@@ -31,7 +32,7 @@ bool VantorInitStateMgr::StartInit(const QString& type)
 bool VantorInitStateMgr::FinishInit(const QString& type, bool ok, bool complete)
 {
     const InitState state = !ok ? InitFailed : (complete ? InitSucceeded : InitPending);
-    VantorLockers::WriteLocker locker(&m_lock);
+    QWriteLocker locker(&m_lock);
     m_states.insert(type, state);
     qCDebug(lcTiming).noquote() << "VantorInitStateMgr::FinishInit" << type << int(state);
     return true;
@@ -39,7 +40,7 @@ bool VantorInitStateMgr::FinishInit(const QString& type, bool ok, bool complete)
 
 bool VantorInitStateMgr::SuspendInit(const QString& type)
 {
-    VantorLockers::WriteLocker locker(&m_lock);
+    QWriteLocker locker(&m_lock);
     m_states.insert(type, InitPartFailed);
     qCDebug(lcTiming).noquote() << "VantorInitStateMgr::SuspendInit" << type << int(InitPartFailed);
     return true;
@@ -47,7 +48,7 @@ bool VantorInitStateMgr::SuspendInit(const QString& type)
 
 bool VantorInitStateMgr::Reset(const QString& type)
 {
-    VantorLockers::WriteLocker locker(&m_lock);
+    QWriteLocker locker(&m_lock);
     const auto it = m_states.find(type);
     if (it == m_states.end() || it.value() == Initing)
         return false;
@@ -58,14 +59,14 @@ bool VantorInitStateMgr::Reset(const QString& type)
 
 bool VantorInitStateMgr::CanReinit(const QString& type)
 {
-    VantorLockers::ReadLocker locker(&m_lock);
+    QReadLocker locker(&m_lock);
     const auto it = m_states.constFind(type);
     return it == m_states.constEnd() || canStateReinit(it.value());
 }
 
 VantorInitStateMgr::InitState VantorInitStateMgr::GetInitState(const QString& type)
 {
-    VantorLockers::ReadLocker locker(&m_lock);
+    QReadLocker locker(&m_lock);
     return m_states.value(type, NotInit);
 }
 
@@ -91,12 +92,12 @@ QString VantorInitStateMgr::GetInitStateName(const QString& type)
 
 bool VantorInitStateMgr::HasType(const QString& type)
 {
-    VantorLockers::ReadLocker locker(&m_lock);
+    QReadLocker locker(&m_lock);
     return m_states.contains(type);
 }
 
 bool VantorInitStateMgr::IsInited(const QString& type)
 {
-    VantorLockers::ReadLocker locker(&m_lock);
+    QReadLocker locker(&m_lock);
     return m_states.value(type, NotInit) == InitSucceeded;
 }

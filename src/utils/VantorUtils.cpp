@@ -2,6 +2,7 @@
 
 #include "VantorUtils_p.h"
 #include "business/VantorQuantityRules.h"
+#include "query/VantorEventPublisher.h"
 #include "query/VantorServerRequests.h"
 #include "tables/TableFileAssist.h"
 #include "timing/OnceTimerManager.h"
@@ -58,6 +59,79 @@ QString VantorUtils::SendRequestListToServer(LmPresenterClass* presenter, const 
 QList<int> VantorUtils::SplitBigNumIntoSmallNumList(qint64 total, int maxPiece, int minPiece)
 {
     return VantorQuantityRules::SplitBigNumIntoSmallNumList(total, maxPiece, minPiece);
+}
+
+// ---- Events, business messages and order pushes ----
+
+int VantorUtils::GetKorvoEventMsgIdByStr(const QString& key)
+{
+    return VantorUtils_p::instance()->eventIds().GetKorvoEventMsgIdByStr(key);
+}
+
+int VantorUtils::SendEventMsg(LmPresenterClass* presenter, int msgId, const QVariant& data)
+{
+    return VantorEventPublisher::SendEventMsg(presenter, msgId, data);
+}
+
+int VantorUtils::SendEventMsg(LmPresenterClass* presenter, const QString& key, const QVariant& data)
+{
+    return VantorEventPublisher::SendEventMsg(presenter, key, data);
+}
+
+void VantorUtils::PutBusiMsg(LmPresenterClass* presenter, const QString& level, const QString& text,
+                             const QString& type, const QString& subType, const QString& itemName,
+                             const QString& itemValue, const QString& tradingAccount)
+{
+    VantorEventPublisher::PutBusiMsg(presenter, level, text, type, subType, itemName, itemValue, tradingAccount);
+}
+
+void VantorUtils::RecordWidgetOperation(const QString& object, const QString& type, const QString& text,
+                                        const QString& status, const QString& menu)
+{
+    VantorEventPublisher::RecordWidgetOperation(object, type, text, status, menu);
+}
+
+bool VantorUtils::RegisterEntrustPushFunc(std::function<void(const QMap<QString, QVariant>&)> func, bool add)
+{
+    return VantorUtils_p::instance()->entrustPushes().RegisterEntrustPushFunc(std::move(func), add);
+}
+
+void VantorUtils::RegisterFileTraderEntrustPushFunc(std::function<void(const QMap<QString, QVariant>&)> entrust,
+                                                    std::function<void(const QVariant&)> orderResponse)
+{
+    VantorUtils_p::instance()->entrustPushes().RegisterFileTraderEntrustPushFunc(std::move(entrust),
+                                                                                 std::move(orderResponse));
+}
+
+void VantorUtils::RegisterMQEntrustPushFunc(std::function<void(const QMap<QString, QVariant>&)> entrust,
+                                            std::function<void(const QVariant&)> orderResponse)
+{
+    VantorUtils_p::instance()->entrustPushes().RegisterMQEntrustPushFunc(std::move(entrust), std::move(orderResponse));
+}
+
+void VantorUtils::RegisterMQNetDataFunc(std::function<void(const QString&, const QVariant&, const QVariant&)> func)
+{
+    VantorUtils_p::instance()->entrustPushes().RegisterMQNetDataFunc(std::move(func));
+}
+
+void VantorUtils::ProcessEntrustPush(const QMap<QString, QVariant>& push)
+{
+    VantorUtils_p::instance()->entrustPushes().ProcessEntrustPush(push);
+}
+
+void VantorUtils::ProcessEntrustPushToMQ(const QMap<QString, QVariant>& push)
+{
+    VantorUtils_p::instance()->entrustPushes().ProcessEntrustPushToMQ(push);
+}
+
+void VantorUtils::ProcessOrderResponsePushToMQ(const QVariant& response)
+{
+    VantorUtils_p::instance()->entrustPushes().ProcessOrderResponsePushToMQ(response);
+}
+
+void VantorUtils::SendMQNetData(const QString& a, const QVariant& b, const QVariant& c)
+{
+    VantorUtils_p::instance()->entrustPushes().SendMQNetData(a, b, c);
 }
 
 // ---- Once timers ----

@@ -2,6 +2,9 @@
 
 #include "VantorTypes.h"
 
+#include "query/VantorEntrustPushHub.h"
+#include "query/VantorEventIdRegistry.h"
+
 #include <memory>
 
 class LmPresenterClass;
@@ -29,6 +32,11 @@ public:
                                                int mode, bool allColumns);
     QMap<int, ExportFormat> GetColumnFormatFromHead(const QList<QMap<QString, QVariant>>& heads, bool allColumns);
 
+    // ---- Events and order pushes ----
+    // Ids of named events, and the receivers of order pushes.
+    VantorEventIdRegistry& eventIds() { return m_eventIds; }
+    VantorEntrustPushHub& entrustPushes() { return m_entrustPushes; }
+
     VantorUtils_p(const VantorUtils_p&) = delete;
     VantorUtils_p& operator=(const VantorUtils_p&) = delete;
 
@@ -37,4 +45,6 @@ private:
 
     std::unique_ptr<LmPresenterClass> m_defaultPresenter;
     std::unique_ptr<TableFileAssist> m_tableFileAssist;
+    VantorEventIdRegistry m_eventIds;
+    VantorEntrustPushHub m_entrustPushes;
 };

@@ -114,25 +114,6 @@ private slots:
         QCOMPARE(c.fired, expected);
     }
 
-    void stoppedTimerCanStartAgain()
-    {
-        Client c;
-        QString id;
-        VantorUtils::OnceTimer(5000, &c, id);
-        QVERIFY(VantorUtils::StopOnceTimer(&c, id));
-        VantorUtils::OnceTimer(20, &c, id);
-        QTRY_COMPARE(c.fired, QStringList{"0"});
-    }
-
-    void unknownIdDoesNothing()
-    {
-        Client c;
-        QString id = QStringLiteral("3");
-        VantorUtils::OnceTimer(10, &c, id);
-        QCOMPARE(id, QStringLiteral("3"));
-        QVERIFY(c.findChildren<QTimer*>().isEmpty());
-    }
-
     void objectThatIsNoQObjectGetsNoTimer()
     {
         NotAQObject plain;

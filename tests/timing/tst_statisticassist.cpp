@@ -140,19 +140,6 @@ private slots:
         QVERIFY(!valid);
     }
 
-    void copiesAreIndependent()
-    {
-        VantorStatisticAssist a(2);
-        a.AppendData(1);
-        VantorStatisticAssist b = a;
-        b.AppendData(9);
-        b.AppendData(8);
-        QCOMPARE(a.GetMaxData(), 1.0);
-        QCOMPARE(b.GetMaxData(), 9.0);
-        QCOMPARE(b.GetMinData(), 8.0);
-        a = std::move(b);
-        QCOMPARE(a.GetAvgData(), 8.5);
-    }
 };
 
 QTEST_MAIN(TestStatisticAssist)
