@@ -107,21 +107,6 @@ bool allEmpty(const QStringList& row)
 
 } // namespace
 
-QStringList CsvTableReader::splitLine(const QChar* begin, const QChar* end, int sizeHint)
-{
-    QStringList row;
-    row.reserve(sizeHint);
-    const QChar* start = begin;
-    for (const QChar* p = begin; p != end; ++p) {
-        if (p->unicode() == ',') {
-            row.append(makeCell(start, p));
-            start = p + 1;
-        }
-    }
-    row.append(makeCell(start, end));
-    return row;
-}
-
 namespace {
 
 void splitInto(QStringList& row, CellBuilder& cells, const QChar* begin, const QChar* end)

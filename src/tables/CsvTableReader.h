@@ -27,7 +27,4 @@ public:
 
     static Status read(const QString& fileName, const QByteArray& codec, bool strict, ReadTableCfg cfg,
                        Result& result);
-
-    // Splits one line (without its terminator) into cells.
-    static QStringList splitLine(const QChar* begin, const QChar* end, int sizeHint = 1);
 };
