@@ -3,6 +3,7 @@
 #include "TableTextDecoder.h"
 
 #include <QFile>
+#include <QThread>
 
 #include <algorithm>
 #include <memory>
@@ -131,8 +132,50 @@ CsvTableReader::Status CsvTableReader::read(const QString& fileName, const QByte
     QFile file(fileName);
     if (!file.open(QIODevice::ReadOnly))
         return OpenFailed;
+    const qint64 size = file.size();
+    qint64 cut = -1;
+    if (size >= kSplitBytes && QThread::idealThreadCount() > 1 && TableTextDecoder(codec, strict).cutsAtLineFeed()
+        && file.seek(size / 2)) {
+        // The second half starts after the first line feed past the middle.
+        const QByteArray probe = file.read(1 << 20);
+        const int lf = probe.indexOf('\n');
+        if (lf >= 0 && size / 2 + lf + 1 < size)
+            cut = size / 2 + lf + 1;
+    }
+    file.close();
+    if (cut < 0)
+        return readRange(fileName, 0, size, codec, strict, cfg, result);
 
-    TableTextDecoder decoder(codec, strict);
+    Result first;
+    Status firstStatus = OpenFailed;
+    std::unique_ptr<QThread> worker(QThread::create([&] {
+        firstStatus = readRange(fileName, 0, cut, codec, strict, cfg, first);
+    }));
+    worker->start();
+    Result second;
+    const Status secondStatus = readRange(fileName, cut, size, codec, strict, cfg, second);
+    worker->wait();
+    if (firstStatus != Ok)
+        return firstStatus;
+    if (secondStatus != Ok)
+        return secondStatus;
+    result.rows = std::move(first.rows);
+    result.rows.append(second.rows);
+    result.linesRead = first.linesRead + second.linesRead;
+    return Ok;
+}
+
+CsvTableReader::Status CsvTableReader::readRange(const QString& fileName, qint64 begin, qint64 end,
+                                                 const QByteArray& codec, bool strict, ReadTableCfg cfg,
+                                                 Result& result)
+{
+    result = Result();
+    QFile file(fileName);
+    if (!file.open(QIODevice::ReadOnly) || !file.seek(begin))
+        return OpenFailed;
+    qint64 left = end - begin;
+
+    TableTextDecoder decoder(codec, strict, begin > 0);
     QByteArray chunk(int(kChunkBytes), Qt::Uninitialized);
     QString text;
     QString lineBuf;
@@ -170,12 +213,11 @@ CsvTableReader::Status CsvTableReader::read(const QString& fileName, const QByte
         result.rows.append(row);
     };
 
-    for (qint64 blockBytes = kFirstChunkBytes;; blockBytes = kChunkBytes) {
-        const qint64 got = file.read(chunk.data(), blockBytes);
-        if (got < 0)
+    for (qint64 blockBytes = kFirstChunkBytes; left > 0; blockBytes = kChunkBytes) {
+        const qint64 got = file.read(chunk.data(), qMin(blockBytes, left));
+        if (got <= 0)
             break;
-        if (got == 0)
-            break;
+        left -= got;
         if (!decoder.decode(chunk.constData(), int(got), text)) {
             result = Result();
             return BadEncoding;

@@ -25,6 +25,14 @@ public:
         qint64 linesRead = 0;
     };
 
+    // Large files in a codec that can be cut at line ends are read in two halves at once.
     static Status read(const QString& fileName, const QByteArray& codec, bool strict, ReadTableCfg cfg,
                        Result& result);
+
+    static constexpr qint64 kSplitBytes = 4 << 20;
+
+private:
+    // Reads the lines of bytes [begin, end); `begin` is 0 or the start of a line.
+    static Status readRange(const QString& fileName, qint64 begin, qint64 end, const QByteArray& codec, bool strict,
+                            ReadTableCfg cfg, Result& result);
 };

@@ -94,12 +94,19 @@ int gb18030ValidPrefix(const unsigned char* data, int len, bool& invalid)
     return i;
 }
 
-TableTextDecoder::TableTextDecoder(const QByteArray& codecName, bool strict)
+TableTextDecoder::TableTextDecoder(const QByteArray& codecName, bool strict, bool continuing)
     : m_codec(QTextCodec::codecForName(codecName))
     , m_strict(strict)
     , m_state(new State)
 {
     m_gb18030 = m_codec && m_codec->name() == "GB18030";
+    if (continuing)
+        m_state->state.flags |= QTextCodec::IgnoreHeader;
+}
+
+bool TableTextDecoder::cutsAtLineFeed() const
+{
+    return m_codec && (m_gb18030 || m_codec->mibEnum() == 106);
 }
 
 TableTextDecoder::~TableTextDecoder()

@@ -13,7 +13,12 @@ class QTextCodec;
 class TableTextDecoder
 {
 public:
-    TableTextDecoder(const QByteArray& codecName, bool strict);
+    // `continuing`: the bytes carry on a text begun elsewhere, so a leading byte-order
+    // mark is a character like any other.
+    TableTextDecoder(const QByteArray& codecName, bool strict, bool continuing = false);
+    // True for the codecs in which a line-feed byte always ends a line and never stands
+    // inside a character (UTF-8, GB18030): text in them may be cut at line ends.
+    bool cutsAtLineFeed() const;
     ~TableTextDecoder();
 
     bool isValidCodec() const { return m_codec != nullptr; }
