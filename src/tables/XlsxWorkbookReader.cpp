@@ -1,16 +1,19 @@
 #include "XlsxWorkbookReader.h"
 
 #include "VantorLogging.h"
+#include "XlsxCellPipe.h"
 #include "XlsxErrors.h"
 #include "XlsxXmlReader.h"
 
 #include <QDateTime>
 #include <QDir>
 #include <QHash>
+#include <QThread>
 
 #include <cmath>
 #include <cstdlib>
 #include <cstring>
+#include <memory>
 #include <string>
 
 namespace {
@@ -153,12 +156,77 @@ bool parseCellRef(const char* ref, int& row, int& col)
     return true;
 }
 
+// Turns raw cells into the cells a visitor receives, converting their text.
+class CellDelivery : public XlsxRawCellSink
+{
+public:
+    CellDelivery(XlsxCellVisitor& visitor, const QVector<QString>& sharedStrings)
+        : m_visitor(visitor)
+        , m_shared(sharedStrings)
+    {
+    }
+
+    void cell(const XlsxRawCell& r) override
+    {
+        m_cell.row = r.row;
+        m_cell.col = r.col;
+        m_cell.style = r.style;
+        m_cell.hasFormula = r.hasFormula;
+        if (r.hasFormula)
+            m_cell.formula = QString::fromUtf8(r.formula, r.formulaLen);
+        else
+            m_cell.formula.clear();
+        m_cell.text = QString();
+        m_cell.raw = "";
+        m_cell.rawLen = 0;
+        switch (r.kind) {
+        case XlsxRawCell::Text:
+            m_cell.type = XlsxCell::String;
+            m_cell.text = QString::fromUtf8(r.value, r.valueLen);
+            break;
+        case XlsxRawCell::Shared:
+            m_cell.type = XlsxCell::String;
+            if (r.sharedIndex >= 0 && r.sharedIndex < m_shared.size())
+                m_cell.text = m_shared.at(r.sharedIndex);
+            break;
+        case XlsxRawCell::Error:
+            m_cell.type = XlsxCell::Error;
+            m_cell.text = QString::fromUtf8(r.value, r.valueLen);
+            break;
+        case XlsxRawCell::Boolean:
+            m_cell.type = XlsxCell::Boolean;
+            m_cell.raw = r.value;
+            m_cell.rawLen = r.valueLen;
+            break;
+        case XlsxRawCell::Number:
+            m_cell.type = XlsxCell::Number;
+            m_cell.raw = r.value;
+            m_cell.rawLen = r.valueLen;
+            break;
+        case XlsxRawCell::Empty:
+            m_cell.type = XlsxCell::Empty;
+            break;
+        }
+        m_visitor.cell(m_cell);
+    }
+
+    void columnWidth(int firstCol, int lastCol, double width) override
+    {
+        m_visitor.columnWidth(firstCol, lastCol, width);
+    }
+
+private:
+    XlsxCellVisitor& m_visitor;
+    const QVector<QString>& m_shared;
+    XlsxCell m_cell;
+};
+
 class SheetHandler : public XlsxXmlHandler
 {
 public:
-    SheetHandler(XlsxCellVisitor& visitor, const QVector<QString>& sharedStrings)
-        : m_visitor(visitor)
-        , m_shared(sharedStrings)
+    SheetHandler(XlsxRawCellSink& sink, int sharedCount)
+        : m_sink(sink)
+        , m_sharedCount(sharedCount)
     {
     }
 
@@ -272,13 +340,12 @@ private:
                 m_columnStyles[c - 1] = s;
         }
         if (const char* width = XlsxXmlReader::attribute(atts, "width"))
-            m_visitor.columnWidth(first, last, std::atof(width));
+            m_sink.columnWidth(first, last, std::atof(width));
     }
 
     void startCell(const char** atts)
     {
         m_inCell = true;
-        m_cell.type = XlsxCell::Empty;
         m_cell.hasFormula = false;
         m_cell.style = -1;
         m_value.clear();
@@ -332,52 +399,48 @@ private:
     {
         m_inCell = false;
         m_capture = nullptr;
-        m_cell.text = QString();
-        m_cell.raw = "";
-        m_cell.rawLen = 0;
-        if (m_cell.hasFormula)
-            m_cell.formula = QString::fromUtf8(m_formula.data(), int(m_formula.size()));
-        else
-            m_cell.formula.clear();
+        m_cell.kind = XlsxRawCell::Empty;
+        m_cell.sharedIndex = -1;
+        m_cell.value = "";
+        m_cell.valueLen = 0;
+        m_cell.formula = m_formula.c_str();
+        m_cell.formulaLen = int(m_formula.size());
         if (m_typeInline || (m_hasInline && m_value.empty())) {
-            m_cell.type = XlsxCell::String;
-            m_cell.text = QString::fromUtf8(m_inlineText.data(), int(m_inlineText.size()));
+            m_cell.kind = XlsxRawCell::Text;
+            m_cell.value = m_inlineText.c_str();
+            m_cell.valueLen = int(m_inlineText.size());
         } else if (!m_value.empty()) {
+            m_cell.value = m_value.c_str();
+            m_cell.valueLen = int(m_value.size());
             switch (m_typeChar) {
             case 's': {
-                m_cell.type = XlsxCell::String;
+                m_cell.kind = XlsxRawCell::Shared;
                 const long index = std::strtol(m_value.c_str(), nullptr, 10);
-                if (index >= 0 && index < m_shared.size())
-                    m_cell.text = m_shared.at(int(index));
+                if (index >= 0 && index < m_sharedCount)
+                    m_cell.sharedIndex = int(index);
                 break;
             }
             case 'b':
-                m_cell.type = XlsxCell::Boolean;
-                m_cell.raw = m_value.c_str();
-                m_cell.rawLen = int(m_value.size());
+                m_cell.kind = XlsxRawCell::Boolean;
                 break;
             case 'e':
-                m_cell.type = XlsxCell::Error;
-                m_cell.text = QString::fromUtf8(m_value.data(), int(m_value.size()));
+                m_cell.kind = XlsxRawCell::Error;
                 break;
             case 'S': // string result of a formula
             case 'd': // ISO 8601 date written as text
-                m_cell.type = XlsxCell::String;
-                m_cell.text = QString::fromUtf8(m_value.data(), int(m_value.size()));
+                m_cell.kind = XlsxRawCell::Text;
                 break;
             default:
-                m_cell.type = XlsxCell::Number;
-                m_cell.raw = m_value.c_str();
-                m_cell.rawLen = int(m_value.size());
+                m_cell.kind = XlsxRawCell::Number;
                 break;
             }
         }
-        m_visitor.cell(m_cell);
+        m_sink.cell(m_cell);
     }
 
-    XlsxCellVisitor& m_visitor;
-    const QVector<QString>& m_shared;
-    XlsxCell m_cell;
+    XlsxRawCellSink& m_sink;
+    const int m_sharedCount;
+    XlsxRawCell m_cell;
     QVector<int> m_columnStyles;
     std::string m_value;
     std::string m_formula;
@@ -511,8 +574,24 @@ bool XlsxWorkbookReader::readSheet(int index, XlsxCellVisitor& visitor, QString&
         return true; // a chart sheet has no cells
     if (!loadSharedStrings(err))
         return false;
-    SheetHandler handler(visitor, m_sharedStrings);
-    return XlsxXmlReader::parsePart(m_zip, m_sheets.at(index).part, handler, err);
+    const QString& part = m_sheets.at(index).part;
+    CellDelivery delivery(visitor, m_sharedStrings);
+    if (m_zip.partSize(part) < kPipelineBytes || QThread::idealThreadCount() < 2) {
+        SheetHandler handler(delivery, m_sharedStrings.size());
+        return XlsxXmlReader::parsePart(m_zip, part, handler, err);
+    }
+    // A large sheet is parsed on a thread of its own while this one builds the cells.
+    XlsxCellPipe pipe;
+    std::unique_ptr<QThread> parser(QThread::create([&] {
+        SheetHandler handler(pipe, m_sharedStrings.size());
+        QString parseErr;
+        const bool ok = XlsxXmlReader::parsePart(m_zip, part, handler, parseErr);
+        pipe.close(ok, parseErr);
+    }));
+    parser->start();
+    const bool ok = pipe.drain(delivery, err);
+    parser->wait();
+    return ok;
 }
 
 double XlsxWorkbookReader::toDouble(const char* raw, bool* ok)

@@ -66,6 +66,9 @@ public:
     // The date, time or date-time a number stands for; invalid when out of range.
     static QVariant dateTimeFromNumber(double number, bool is1904);
 
+    // Sheets whose part inflates to at least this many bytes are parsed on a second thread.
+    static constexpr qint64 kPipelineBytes = 4 << 20;
+
     static constexpr int kMaxRows = 1048576;
     static constexpr int kMaxColumns = 16384;
 

@@ -44,6 +44,18 @@ bool XlsxZipArchive::contains(const QString& partName) const
     return locate(partName) >= 0;
 }
 
+qint64 XlsxZipArchive::partSize(const QString& partName) const
+{
+    const qint64 index = locate(partName);
+    if (index < 0)
+        return -1;
+    zip_stat_t st;
+    zip_stat_init(&st);
+    if (zip_stat_index(m_zip, zip_uint64_t(index), 0, &st) != 0 || !(st.valid & ZIP_STAT_SIZE))
+        return -1;
+    return qint64(qMin<zip_uint64_t>(st.size, zip_uint64_t(kMaxPartBytes)));
+}
+
 bool XlsxZipArchive::readPart(const QString& partName, const std::function<bool(const char*, int)>& sink,
                               QString& err) const
 {

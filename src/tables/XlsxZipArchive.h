@@ -17,6 +17,8 @@ public:
 
     bool open(const QString& fileName, QString& err);
     bool contains(const QString& partName) const;
+    // The size the part declares once inflated; -1 when absent or not declared.
+    qint64 partSize(const QString& partName) const;
     // Passes the part's bytes to `sink` block by block; `sink` returns false to stop
     // (the call then returns false without touching `err`).
     bool readPart(const QString& partName, const std::function<bool(const char*, int)>& sink, QString& err) const;

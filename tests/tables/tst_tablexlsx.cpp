@@ -1,5 +1,6 @@
 #include "VantorUtils.h"
 #include "tables/XlsxWorkbookReader.h"
+#include "tables/XlsxZipArchive.h"
 
 #include <QDirIterator>
 #include <QElapsedTimer>
@@ -216,6 +217,40 @@ private slots:
         QVERIFY(rows.isEmpty());
         QVERIFY2(timer.elapsed() < 5000, "a bad file must not keep the reader busy");
         VantorUtils::ReadMultiSheetTables(path, ReadAllRows); // no crash either way
+    }
+
+    void largeSheetParsedAlongside()
+    {
+        // A sheet this large is parsed on a second thread and handed over in batches:
+        // every cell arrives, in order, and a damaged package still ends with an error.
+        QLoggingCategory::setFilterRules(QStringLiteral("vantor.tables.debug=false"));
+        Table data{{"编号", "名称", "金额", "备注"}};
+        for (int r = 1; r <= 40000; ++r)
+            data.append({QString::number(r), QStringLiteral("证券%1").arg(r % 97), QString::number(r * 1.25),
+                         r % 3 ? QStringLiteral("已成") : QString()});
+        const QString path = m_dir.filePath("large.xlsx");
+        QString err;
+        QVERIFY(VantorUtils::WriteTableData(data, path, {{0, ExportFormatNumber}, {2, ExportFormatNumber}}, false,
+                                            ExportFileCodeGb18030, false, err));
+        {
+            XlsxZipArchive zip;
+            QVERIFY(zip.open(path, err));
+            QVERIFY(zip.partSize(QStringLiteral("xl/worksheets/sheet1.xml")) >= XlsxWorkbookReader::kPipelineBytes);
+        }
+        QCOMPARE(read(path, ReadAllRows, err), data);
+        QVERIFY(err.isEmpty());
+
+        QFile f(path);
+        QVERIFY(f.open(QIODevice::ReadWrite));
+        QByteArray bytes = f.readAll();
+        for (int i = bytes.size() / 2; i < bytes.size() / 2 + 64; ++i)
+            bytes[i] = char(bytes[i] ^ 0x5A);
+        f.seek(0);
+        f.write(bytes);
+        f.close();
+        QVERIFY(read(path, ReadAllRows, err).isEmpty());
+        QVERIFY(!err.isEmpty());
+        QLoggingCategory::setFilterRules(QStringLiteral("vantor.tables.debug=true"));
     }
 
     void numberTextMatchesVariantText()
