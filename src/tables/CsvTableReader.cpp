@@ -7,6 +7,8 @@
 
 #include <algorithm>
 #include <memory>
+#include <system_error>
+#include <thread>
 
 namespace {
 
@@ -148,13 +150,15 @@ CsvTableReader::Status CsvTableReader::read(const QString& fileName, const QByte
 
     Result first;
     Status firstStatus = OpenFailed;
-    std::unique_ptr<QThread> worker(QThread::create([&] {
-        firstStatus = readRange(fileName, 0, cut, codec, strict, cfg, first);
-    }));
-    worker->start();
+    std::thread worker;
+    try {
+        worker = std::thread([&] { firstStatus = readRange(fileName, 0, cut, codec, strict, cfg, first); });
+    } catch (const std::system_error&) {
+        return readRange(fileName, 0, size, codec, strict, cfg, result); // no thread to be had
+    }
     Result second;
     const Status secondStatus = readRange(fileName, cut, size, codec, strict, cfg, second);
-    worker->wait();
+    worker.join();
     if (firstStatus != Ok)
         return firstStatus;
     if (secondStatus != Ok)

@@ -13,8 +13,9 @@
 #include <cmath>
 #include <cstdlib>
 #include <cstring>
-#include <memory>
 #include <string>
+#include <system_error>
+#include <thread>
 
 namespace {
 
@@ -582,15 +583,20 @@ bool XlsxWorkbookReader::readSheet(int index, XlsxCellVisitor& visitor, QString&
     }
     // A large sheet is parsed on a thread of its own while this one builds the cells.
     XlsxCellPipe pipe;
-    std::unique_ptr<QThread> parser(QThread::create([&] {
-        SheetHandler handler(pipe, m_sharedStrings.size());
-        QString parseErr;
-        const bool ok = XlsxXmlReader::parsePart(m_zip, part, handler, parseErr);
-        pipe.close(ok, parseErr);
-    }));
-    parser->start();
+    std::thread parser;
+    try {
+        parser = std::thread([&] {
+            SheetHandler handler(pipe, m_sharedStrings.size());
+            QString parseErr;
+            const bool ok = XlsxXmlReader::parsePart(m_zip, part, handler, parseErr);
+            pipe.close(ok, parseErr);
+        });
+    } catch (const std::system_error&) {
+        SheetHandler handler(delivery, m_sharedStrings.size()); // no thread to be had
+        return XlsxXmlReader::parsePart(m_zip, part, handler, err);
+    }
     const bool ok = pipe.drain(delivery, err);
-    parser->wait();
+    parser.join();
     return ok;
 }
 
