@@ -27,6 +27,13 @@ TcpTransport::TcpTransport(const QString& address, QObject* parent)
     m_link = new TcpTransportLink(m_host, m_port, m_pending);
     m_link->moveToThread(m_thread);
     connect(m_link, &TcpTransportLink::pushed, this, &IPresenterTransport::pushed, Qt::DirectConnection);
+    // The link goes with its thread, on its thread. This needs no posted event, so it also
+    // works when the transport is destroyed after the application object.
+    TcpTransportLink* link = m_link;
+    connect(m_thread, &QThread::finished, m_thread, [link] {
+        link->shutdown();
+        delete link;
+    }, Qt::DirectConnection);
     m_thread->start();
 }
 
@@ -34,12 +41,7 @@ TcpTransport::~TcpTransport()
 {
     if (!m_thread)
         return;
-    TcpTransportLink* link = m_link;
-    QMetaObject::invokeMethod(link, [link] {
-        link->shutdown();
-        delete link;
-        QThread::currentThread()->quit();
-    });
+    m_thread->quit();
     m_thread->wait();
     delete m_thread;
 }

@@ -48,8 +48,10 @@ QString TcpTransportLink::endpoint() const
 void TcpTransportLink::send(qint64 id, const QByteArray& frame)
 {
     if (m_socket->state() == QAbstractSocket::ConnectedState) {
-        if (m_pending->markSent(id))
+        if (m_pending->markSent(id)) {
             m_socket->write(frame);
+            m_socket->flush(); // out now rather than on the next pass of the event loop
+        }
         return;
     }
     m_queued.append({id, frame});

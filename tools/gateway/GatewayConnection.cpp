@@ -24,8 +24,10 @@ GatewayConnection::GatewayConnection(QTcpSocket* socket, Handler handler, QObjec
 
 void GatewayConnection::send(const QByteArray& frame)
 {
-    if (!m_closed)
+    if (!m_closed) {
         m_socket->write(frame);
+        m_socket->flush(); // out now rather than on the next pass of the event loop
+    }
 }
 
 void GatewayConnection::drop()

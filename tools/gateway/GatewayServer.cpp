@@ -30,6 +30,9 @@ bool GatewayServer::start(const QString& host, quint16 port)
     // The core and everything it owns (database connection, sockets) live on that thread.
     auto* core = new GatewayCore(m_options);
     core->moveToThread(m_thread);
+    // The core is destroyed on its own thread as the thread ends; no posted event is needed,
+    // so stopping also works after the application object is gone.
+    QObject::connect(m_thread, &QThread::finished, m_thread, [core] { delete core; }, Qt::DirectConnection);
     bool ok = false;
     quint16 bound = 0;
     QMetaObject::invokeMethod(
@@ -53,11 +56,7 @@ void GatewayServer::stop()
 {
     if (!m_thread)
         return;
-    if (m_core) {
-        GatewayCore* core = m_core;
-        QMetaObject::invokeMethod(core, [core] { delete core; }, Qt::BlockingQueuedConnection);
-        m_core = nullptr;
-    }
+    m_core = nullptr;
     m_thread->quit();
     m_thread->wait();
     delete m_thread;
