@@ -18,8 +18,9 @@ enum QueryDataMode {
     QueryHeadAndData = 2, // the head line (when not empty), then the data rows
 };
 
-// Column format of a written table, keyed by zero-based column index.
-enum ExportFormat {
+// Column format of a written table, keyed by zero-based column index. Header maps carry
+// further values, which are written as text; the fixed type keeps every int a valid value.
+enum ExportFormat : int {
     ExportFormatText = 0,
     ExportFormatNumber = 1, // numeric column
 };
@@ -117,6 +118,19 @@ struct SysScreenInfo {
     qint32 physicalHeight = -1;
     qint32 monitorWidth = -1;
     qint32 monitorHeight = -1;
+};
+
+// The callback side of a one-shot timer (VantorUtils::OnceTimer). An implementation must
+// also derive from QObject (or a subclass): its timers are created as children of that
+// object and fire on its thread. Objects are never deleted through this interface.
+class VANTORUTILS_EXPORT IOnceTimerBase
+{
+public:
+    // Called on the object's thread when the timer `timerId` of this object fires.
+    virtual void timeout(const QString& timerId) = 0;
+
+protected:
+    ~IOnceTimerBase() = default;
 };
 
 using VantorRow = QMap<QString, QVariant>;

@@ -17,4 +17,6 @@ inline constexpr char BottomPopNetSwitchDlgEvent[] = "BottomPopNetSwitchDlgEvent
 namespace VantorEventMsgID {
 // Ids handed out for event names start right after this base.
 inline constexpr int KORVO_BASE_TYPE = 0x40000;
+// Uploads of client information (records of user operations among them): 217088.
+inline constexpr int CLIENT_INFO_UPLOAD = 0x35000;
 } // namespace VantorEventMsgID

@@ -12,6 +12,8 @@ inline constexpr char MarketPriceTypeDict[] = "MarketPriceTypeDict";
 inline constexpr char SideUnionOrderDict[] = "SideUnionOrderDict";
 inline constexpr char SideUnionCondDict[] = "SideUnionCondDict";
 inline constexpr char sideUnionKey[] = "SideUnionName";
+// Section and key of the switch for the new-bond subscription quota ("1" turns it on).
+inline constexpr char NewBondQuotaOn[] = "NewBondQuotaOn";
 inline constexpr char TemplateFileTag[] = "TemplateFileTag";
 } // namespace DictionaryKey
 

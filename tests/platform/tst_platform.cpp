@@ -119,6 +119,40 @@ private slots:
         QVERIFY(!db->sections().contains("NotASection"));
     }
 
+    void embeddedDefaultCarriesHealthRules_data()
+    {
+        QTest::addColumn<QString>("section");
+        for (const char* s : {"SysMoniDpi", "SysMoniOS", "SysMoniTotalCpu", "SysMoniClientCpu", "SysMoniRemainMem",
+                              "SysMoniClientMem", "SysMoniRemainDisk", "SysMoniNetLatency"})
+            QTest::newRow(s) << QString(s);
+    }
+
+    void embeddedDefaultCarriesHealthRules()
+    {
+        QFETCH(QString, section);
+        CDataBase* db = CDataBase::GetInstance();
+        QCOMPARE(db->source(), CDataBase::embeddedDefaultPath());
+        const QMap<QString, QString> rule = db->GetStaticValuesBySection(section);
+        int items = 0;
+        for (auto it = rule.cbegin(); it != rule.cend(); ++it) {
+            if (!it.value().contains('|'))
+                continue;
+            ++items;
+            bool ok = false;
+            it.value().split('|').last().toInt(&ok);
+            QVERIFY2(ok, qPrintable(it.key()));
+        }
+        QVERIFY(items >= 2);
+        int weights = 0;
+        const auto weightMap = db->GetStaticValuesBySection("SysMonitorWeight");
+        for (int type = 0; type <= 8; ++type) {
+            QVERIFY(weightMap.contains(QString::number(type)));
+            weights += weightMap.value(QString::number(type)).toInt();
+            QVERIFY(!db->GetStaticCfgValue("SysMonitorRecommend", QString::number(type)).isEmpty());
+        }
+        QVERIFY(weights > 0);
+    }
+
     void unreadableConfigFallsBack()
     {
         qputenv("VANTOR_STATIC_CONFIG", m_dir.filePath("does-not-exist.json").toUtf8());

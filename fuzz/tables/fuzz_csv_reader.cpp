@@ -1,0 +1,11 @@
+#include "VantorUtils.h"
+#include "fuzz_table_common.h"
+
+extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size)
+{
+    const QString path = fuzzInputFile(".csv", data, size);
+    QString err;
+    VantorUtils::ReadTableData(path, (size & 1) ? SkipEmptyRows : ReadAllRows, err);
+    VantorUtils::ChargeFileCodec(path);
+    return 0;
+}

@@ -1,0 +1,30 @@
+#pragma once
+
+#include "VantorTypes.h"
+
+#include <QByteArray>
+#include <QList>
+#include <QString>
+#include <QStringList>
+
+// Reads a comma-separated text file into rows of trimmed cells. The split is the plain
+// one the client has always used: every "," separates cells (no quote-aware parsing),
+// every double quote is dropped and each cell is trimmed. Line ends are "\n"; carriage
+// returns are dropped wherever they stand, as a text-mode read does.
+class CsvTableReader
+{
+public:
+    enum Status {
+        Ok,
+        OpenFailed,
+        BadEncoding, // strict mode only: the file does not decode cleanly with the codec
+    };
+
+    struct Result {
+        QList<QStringList> rows;
+        qint64 linesRead = 0;
+    };
+
+    static Status read(const QString& fileName, const QByteArray& codec, bool strict, ReadTableCfg cfg,
+                       Result& result);
+};

@@ -1,0 +1,112 @@
+#include "CsvTableWriter.h"
+
+#include <QIODevice>
+#include <QTextCodec>
+#include <QVector>
+
+namespace {
+constexpr int kFlushChars = 1 << 19;
+}
+
+struct CsvTableWriter::State {
+    QTextCodec::ConverterState state{QTextCodec::IgnoreHeader}; // never a byte-order mark
+};
+
+CsvTableWriter::CsvTableWriter(QIODevice* device, const QByteArray& codecName, bool quoteFields,
+                               const QMap<int, ExportFormat>& formats)
+    : m_device(device)
+    , m_codec(codecName.isEmpty() ? nullptr : QTextCodec::codecForName(codecName))
+    , m_quote(quoteFields ? QStringLiteral("\"") : QString())
+    , m_state(new State)
+{
+    if (!m_codec)
+        m_codec = QTextCodec::codecForName("UTF-8");
+    for (auto it = formats.cbegin(); it != formats.cend(); ++it) {
+        if (it.value() != ExportFormatNumber || it.key() < 0)
+            continue;
+        if (it.key() >= m_numeric.size())
+            m_numeric.resize(it.key() + 1);
+        m_numeric[it.key()] = true;
+    }
+    m_buffer.reserve(kFlushChars + 4096);
+}
+
+CsvTableWriter::~CsvTableWriter()
+{
+    delete m_state;
+}
+
+void CsvTableWriter::appendLine(QString& out, const QStringList& row, const QString& quote,
+                                const QVector<bool>& numeric)
+{
+    const int n = row.size();
+    // Room for every cell with its quotes and separator, then written in place.
+    int need = out.size() + 2;
+    for (int i = 0; i < n; ++i)
+        need += row.at(i).size() + 2 * quote.size() + 1;
+    const int start = out.size();
+    if (out.capacity() < need)
+        out.reserve(qMax(need, 2 * out.capacity()));
+    out.resize(need);
+    QChar* w = out.data() + start;
+    const QChar* q = quote.constData();
+    const int qn = quote.size();
+    for (int i = 0; i < n; ++i) {
+        if (i > 0)
+            *w++ = QLatin1Char(',');
+        const QString& cell = row.at(i);
+        const QChar* p = cell.constData();
+        const int len = cell.size();
+        const bool number = i < numeric.size() && numeric.at(i);
+        bool comma = false;
+        bool crlf = false;
+        bool dquote = false;
+        for (int k = 0; k < len; ++k) {
+            const ushort u = p[k].unicode();
+            if (number && (u == ',' || u == ' '))
+                continue; // thousands separators and spaces leave numeric cells
+            if (u == ',')
+                comma = true;
+            else if (u == '"')
+                dquote = true;
+            else if (u == '\r' && k + 1 < len && p[k + 1].unicode() == '\n')
+                crlf = true;
+        }
+        const bool quoted = comma || crlf || !dquote;
+        if (quoted) {
+            for (int k = 0; k < qn; ++k)
+                *w++ = q[k];
+        }
+        for (int k = 0; k < len; ++k) {
+            const ushort u = p[k].unicode();
+            if (number && (u == ',' || u == ' '))
+                continue;
+            // Without a comma or CRLF, double quotes become backquotes.
+            *w++ = (u == '"' && !comma && !crlf) ? QChar(QLatin1Char('`')) : p[k];
+        }
+        if (quoted) {
+            for (int k = 0; k < qn; ++k)
+                *w++ = q[k];
+        }
+    }
+    *w++ = QLatin1Char('\r');
+    *w++ = QLatin1Char('\n');
+    out.resize(int(w - out.constData()));
+}
+
+bool CsvTableWriter::writeRow(const QStringList& row)
+{
+    appendLine(m_buffer, row, m_quote, m_numeric);
+    if (m_buffer.size() >= kFlushChars)
+        return flush();
+    return true;
+}
+
+bool CsvTableWriter::flush()
+{
+    if (m_buffer.isEmpty())
+        return true;
+    const QByteArray bytes = m_codec->fromUnicode(m_buffer.constData(), m_buffer.size(), &m_state->state);
+    m_buffer.resize(0);
+    return m_device->write(bytes) == bytes.size();
+}

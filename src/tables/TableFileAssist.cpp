@@ -1,0 +1,571 @@
+#include "TableFileAssist.h"
+
+#include "CsvTableReader.h"
+#include "CsvTableWriter.h"
+#include "TableTextDecoder.h"
+#include "VantorLogging.h"
+#include "XlsxDocument.h"
+#include "XlsxErrors.h"
+#include "XlsxWorkbookReader.h"
+
+#include <LmMessageBox.h>
+
+#include <QFile>
+#include <QFileInfo>
+#include <QMutexLocker>
+#include <QSaveFile>
+
+namespace {
+
+const QStringList& codecCandidates()
+{
+    static const QStringList candidates = QStringLiteral("UTF-8;GB18030").split(QLatin1Char(';'));
+    return candidates;
+}
+
+// A sheet larger than this many cells (rows times columns) is refused rather than
+// padded out in memory.
+constexpr qint64 kMaxSheetCells = qint64(1) << 26;
+
+QString cleanCellText(QString text)
+{
+    const int n = text.size();
+    if (n == 0)
+        return text;
+    const QChar* p = text.constData();
+    // Most cells have neither tabs nor white space at their ends: nothing to copy.
+    if (!p[0].isSpace() && !p[n - 1].isSpace()) {
+        bool tab = false;
+        for (int i = 0; i < n && !tab; ++i)
+            tab = p[i].unicode() == '\t';
+        if (!tab)
+            return text;
+    }
+    text.remove(QLatin1Char('\t'));
+    return text.trimmed();
+}
+
+// Builds the rows of one sheet as its cells stream past: every row from the first to the
+// last, every column from the first to the last, missing cells as empty texts.
+class TableCollector : public XlsxCellVisitor
+{
+public:
+    TableCollector(const XlsxWorkbookReader& book, ReadTableCfg cfg, QList<QStringList>& rows)
+        : m_styles(book.styles())
+        , m_1904(book.is1904())
+        , m_cfg(cfg)
+        , m_rows(rows)
+    {
+    }
+
+    int lastRow = 0;
+    int lastCol = 0;
+    QString formulaError;
+
+    void cell(const XlsxCell& c) override
+    {
+        lastRow = qMax(lastRow, c.row);
+        lastCol = qMax(lastCol, c.col);
+        if (c.row != m_row) {
+            if (c.row < m_row) {
+                qCDebug(lcTables).noquote() << "TableFileAssist::readSheet" << "row" << c.row
+                                            << "stored after row" << m_row << "is not read";
+                return;
+            }
+            finishRow();
+            m_row = c.row;
+            m_empty = true;
+            m_current.reserve(m_width);
+        }
+        const XlsxCellStyle& style = m_styles.style(c.style);
+        QString text;
+        bool dated = false;
+        if (c.type == XlsxCell::Number && style.isDateTime) {
+            const QVariant value = XlsxWorkbookReader::dateTimeFromNumber(XlsxWorkbookReader::toDouble(c.rawNumber()), m_1904);
+            if (value.isValid()) {
+                text = cleanCellText(value.toString());
+                if (m_empty && !c.rawNumber().trimmed().isEmpty())
+                    m_empty = false;
+            } else {
+                text = cleanCellText(XlsxWorkbookReader::numberText(c.raw, c.rawLen));
+            }
+            qCDebug(lcTables).noquote() << "TableFileAssist::readSheet" << "date cell valid:" << value.isValid()
+                                        << "null:" << value.isNull() << "text:" << text << "raw:" << c.rawNumber();
+            dated = true;
+        } else if (c.hasFormula) {
+            qCWarning(lcTables).noquote() << "TableFileAssist::readSheet"
+                                          << QStringLiteral("Korvo目前不支持Excel公式的导入，公式：%1").arg(c.formula);
+            formulaError = QStringLiteral("Excel文件中存在公式，Korvo目前不支持Excel公式的导入，请检查！");
+        } else {
+            switch (c.type) {
+            case XlsxCell::Number: // digits only: nothing to clean
+                text = XlsxWorkbookReader::numberText(c.raw, c.rawLen);
+                break;
+            case XlsxCell::Boolean:
+                text = (c.rawNumber() == "1" || c.rawNumber() == "true") ? QStringLiteral("true") : QStringLiteral("false");
+                break;
+            case XlsxCell::String:
+            case XlsxCell::Error:
+                text = cleanCellText(c.text);
+                break;
+            case XlsxCell::Empty:
+                break;
+            }
+            if (!text.isEmpty())
+                m_empty = false;
+            if (lcTables().isDebugEnabled() && style.numFmt.contains(QLatin1Char('%'))) {
+                qCDebug(lcTables).noquote() << "TableFileAssist::readSheet" << "number format:" << style.numFmt
+                                            << "raw:" << c.rawNumber() << "text:" << text;
+            }
+        }
+        Q_UNUSED(dated);
+        const int index = c.col - 1;
+        if (index < m_current.size()) {
+            m_current[index] = text;
+            return;
+        }
+        while (m_current.size() < index)
+            m_current.append(QString());
+        m_current.append(text);
+    }
+
+    // Ends the sheet; false when padding it out would take unbounded memory.
+    bool finish()
+    {
+        finishRow();
+        if (qint64(lastRow) * qint64(lastCol) > kMaxSheetCells)
+            return false;
+        QStringList emptyRow;
+        emptyRow.reserve(lastCol);
+        for (int i = 0; i < lastCol; ++i)
+            emptyRow.append(QString());
+        for (QStringList& row : m_rows) {
+            if (row.isEmpty()) {
+                row = emptyRow;
+                continue;
+            }
+            if (row.size() < lastCol) {
+                row.reserve(lastCol);
+                while (row.size() < lastCol)
+                    row.append(QString());
+            }
+        }
+        return true;
+    }
+
+private:
+    void finishRow()
+    {
+        if (m_row == 0)
+            return;
+        // Rows without any cell are empty rows.
+        if (m_cfg != SkipEmptyRows) {
+            for (int r = m_emitted + 1; r < m_row; ++r)
+                m_rows.append(QStringList());
+        }
+        if (m_empty && m_cfg == SkipEmptyRows) {
+            qCDebug(lcTables).noquote() << "TableFileAssist::readSheet" << "empty row" << m_row << "skipped";
+        } else {
+            if (lcTables().isDebugEnabled()) {
+                qCDebug(lcTables).noquote() << "TableFileAssist::readSheet" << "row empty:" << m_empty
+                                            << m_current.join(QLatin1Char(','));
+            }
+            m_rows.append(m_current);
+        }
+        m_width = qMax(m_width, m_current.size());
+        m_current = QStringList();
+        m_emitted = m_row;
+    }
+
+    const XlsxStyles& m_styles;
+    bool m_1904;
+    ReadTableCfg m_cfg;
+    QList<QStringList>& m_rows;
+    QStringList m_current;
+    int m_row = 0;
+    int m_emitted = 0;
+    int m_width = 0;
+    bool m_empty = true;
+};
+
+} // namespace
+
+TableFileAssist::TableFileAssist(QObject* parent)
+    : QObject(parent)
+{
+}
+
+TableFileAssist::~TableFileAssist() = default;
+
+QString TableFileAssist::ChargeFileCodec(const QString& fileName)
+{
+    QFile file(fileName);
+    if (file.open(QIODevice::ReadOnly)) {
+        QByteArray chunk(1 << 20, Qt::Uninitialized);
+        for (const QString& candidate : codecCandidates()) {
+            file.seek(0);
+            TableTextDecoder decoder(candidate.toLatin1(), true);
+            bool clean = true;
+            QString sink;
+            for (;;) {
+                const qint64 got = file.read(chunk.data(), chunk.size());
+                if (got <= 0) {
+                    clean = got == 0;
+                    break;
+                }
+                sink.clear();
+                if (!decoder.decode(chunk.constData(), int(got), sink)) {
+                    clean = false;
+                    break;
+                }
+            }
+            if (clean && decoder.finish())
+                return candidate;
+        }
+        file.close();
+    }
+    qCWarning(lcTables).noquote() << "TableFileAssist::ChargeFileCodec"
+                                  << QStringLiteral("不支持的文件编码格式，文件名：%1").arg(fileName);
+    return QString();
+}
+
+QList<QStringList> TableFileAssist::ReadTableData(const QString& fileName, ReadTableCfg cfg, QString& err)
+{
+    if (fileName.isEmpty()) {
+        err = QStringLiteral("文件名为空，请重新选择！");
+        return {};
+    }
+    if (fileName.toLower().endsWith(QLatin1String(".csv")))
+        return readDetectedCsvFile(fileName, cfg, err);
+    // ".xls" is compared as given: a name ending in upper-case XLS is refused while
+    // upper-case XLSX is read, as the client always did.
+    if (fileName.toLower().endsWith(QLatin1String(".xlsx")) || fileName.endsWith(QLatin1String(".xls")))
+        return readXslFile(fileName, cfg, err);
+    const int dot = fileName.lastIndexOf(QLatin1Char('.'));
+    if (dot < 1)
+        err = QStringLiteral("找不到文件扩展名！");
+    else
+        err = QStringLiteral("不支持的文件扩展名:%1！").arg(fileName.mid(dot + 1));
+    return {};
+}
+
+QList<QStringList> TableFileAssist::readDetectedCsvFile(const QString& fileName, ReadTableCfg cfg, QString& err)
+{
+    // The codec is found while reading: each candidate in turn reads the file and gives
+    // up at its first byte it cannot decode, so a clean file is decoded only once.
+    for (const QString& candidate : codecCandidates()) {
+        CsvTableReader::Result result;
+        const CsvTableReader::Status status = CsvTableReader::read(fileName, candidate.toLatin1(), true, cfg, result);
+        if (status == CsvTableReader::OpenFailed)
+            break;
+        if (status == CsvTableReader::Ok) {
+            qCInfo(lcTables).noquote() << "TableFileAssist::readCsvFile"
+                                       << QStringLiteral("读取csv文件，文件名：%1，共计：%2行，读取配置项：%3，去除空行后共计：%4行")
+                                              .arg(fileName)
+                                              .arg(result.linesRead)
+                                              .arg(int(cfg))
+                                              .arg(result.rows.size());
+            return result.rows;
+        }
+    }
+    qCWarning(lcTables).noquote() << "TableFileAssist::ChargeFileCodec"
+                                  << QStringLiteral("不支持的文件编码格式，文件名：%1").arg(fileName);
+    err = QStringLiteral("不支持的文件编码方式，请使用UTF-8或者GB2312编码！");
+    return {};
+}
+
+QList<QStringList> TableFileAssist::readCsvFile(const QString& fileName, const QString& codec, ReadTableCfg cfg)
+{
+    CsvTableReader::Result result;
+    if (CsvTableReader::read(fileName, codec.toLatin1(), false, cfg, result) != CsvTableReader::Ok)
+        return {};
+    qCInfo(lcTables).noquote() << "TableFileAssist::readCsvFile"
+                               << QStringLiteral("读取csv文件，文件名：%1，共计：%2行，读取配置项：%3，去除空行后共计：%4行")
+                                      .arg(fileName)
+                                      .arg(result.linesRead)
+                                      .arg(int(cfg))
+                                      .arg(result.rows.size());
+    return result.rows;
+}
+
+QList<QStringList> TableFileAssist::readXslFile(const QString& fileName, ReadTableCfg cfg, QString& err)
+{
+    qCInfo(lcTables).noquote() << "TableFileAssist::readXslFile" << QStringLiteral("读取单sheet文件：%1").arg(fileName);
+    XlsxWorkbookReader book;
+    if (!book.open(fileName, err))
+        return {};
+    if (book.currentSheet() < 0) {
+        err = QStringLiteral("获取到的行数或列数小于等于0，请检查文件并重新编辑保存后再试，如仍有问题，请联系KORVO技术支持获取帮助。");
+        return {};
+    }
+    return readSheet(book, book.currentSheet(), fileName, cfg, err);
+}
+
+QList<QStringList> TableFileAssist::readSheet(XlsxWorkbookReader& book, int sheet, const QString& fileName,
+                                              ReadTableCfg cfg, QString& err)
+{
+    QList<QStringList> rows;
+    TableCollector collector(book, cfg, rows);
+    QString readErr;
+    if (!book.readSheet(sheet, collector, readErr)) {
+        err = readErr;
+        return {};
+    }
+    if (!collector.finish()) {
+        qCWarning(lcTables).noquote() << "TableFileAssist::readSheet" << collector.lastRow << " * " << collector.lastCol
+                                      << "cells refused";
+        err = XlsxErrors::tooManyCells();
+        return {};
+    }
+    const int lastRow = collector.lastRow;
+    const int lastCol = collector.lastCol;
+    qCDebug(lcTables).noquote() << "TableFileAssist::readSheet" << lastRow << " * " << lastCol;
+    if (lastRow < 1 || lastCol < 1) {
+        err = QStringLiteral("获取到的行数或列数小于等于0，请检查文件并重新编辑保存后再试，如仍有问题，请联系KORVO技术支持获取帮助。");
+        return {};
+    }
+    if (!collector.formulaError.isEmpty())
+        err = collector.formulaError;
+    qCInfo(lcTables).noquote() << "TableFileAssist::readSheet"
+                               << QStringLiteral("读取Excel文件，文件名：%1，当前sheet：%5，共计：%2行，读取配置项：%3，去除空行后共计：%4行")
+                                      .arg(fileName)
+                                      .arg(lastRow)
+                                      .arg(int(cfg))
+                                      .arg(rows.size())
+                                      .arg(book.sheets().at(sheet).name);
+    return rows;
+}
+
+QList<QPair<QString, QList<QStringList>>> TableFileAssist::ReadMultiSheetTables(const QString& fileName, ReadTableCfg cfg)
+{
+    QList<QPair<QString, QList<QStringList>>> result;
+    if (fileName.isEmpty() || !fileName.endsWith(QLatin1String(".xlsx")))
+        return result;
+    XlsxWorkbookReader book;
+    QString err;
+    if (!book.open(fileName, err)) {
+        qCWarning(lcTables).noquote() << "TableFileAssist::ReadMultiSheetTables" << fileName << err;
+        return result;
+    }
+    qCInfo(lcTables).noquote() << "TableFileAssist::ReadMultiSheetTables"
+                               << QStringLiteral("读取多sheet表格文件，文件名：%1，sheet数目：%2")
+                                      .arg(fileName)
+                                      .arg(book.sheets().size());
+    for (int i = 0; i < book.sheets().size(); ++i) {
+        QString localErr;
+        const QList<QStringList> rows = book.sheets().at(i).chart ? QList<QStringList>()
+                                                                   : readSheet(book, i, fileName, cfg, localErr);
+        result.append(qMakePair(book.sheets().at(i).name, rows));
+    }
+    return result;
+}
+
+bool TableFileAssist::WriteTableData(const QList<QStringList>& data, const QString& fileName,
+                                     const QMap<int, ExportFormat>& formats, bool showMessageBox, ExportFileCode code,
+                                     bool append, QString& err)
+{
+    qCInfo(lcTables).noquote() << "TableFileAssist::WriteTableData"
+                               << QStringLiteral("导出文件：%1，记录行数：%2，是否追加：%3")
+                                      .arg(fileName)
+                                      .arg(data.size())
+                                      .arg(append ? 1 : 0);
+    if (data.isEmpty()) {
+        err = QStringLiteral("无数据可写入！");
+        return false;
+    }
+    if (!append && QFile::exists(fileName) && !QFile::remove(fileName)) {
+        const QString text = QStringLiteral("文件已经打开无法重写 请关闭文件后再试");
+        if (showMessageBox) {
+            LmMessageBox box(QStringLiteral("导出文件"), text, 1, nullptr, 0);
+            box.exec();
+        }
+        qCWarning(lcTables).noquote() << "TableFileAssist::WriteTableData" << QStringLiteral("文件已打开");
+        err = text;
+        return false;
+    }
+    const QString codec = code == ExportFileCodeUtf8 ? QStringLiteral("UTF-8") : QStringLiteral("GB18030");
+    if (fileName.endsWith(QLatin1String(".csv")))
+        return writeCsvFile(data, fileName, codec, true, formats, append, err);
+    return writeXlsxFile(data, fileName, formats, append, err);
+}
+
+bool TableFileAssist::writeCsvFile(const QList<QStringList>& data, const QString& fileName, const QString& codec,
+                                   bool quoteFields, const QMap<int, ExportFormat>& formats, bool append, QString& err)
+{
+    // A fresh file is written beside the target and renamed over it; an append goes
+    // straight to the end of the existing file.
+    QFile appendFile(fileName);
+    QSaveFile freshFile(fileName);
+    QIODevice* device = nullptr;
+    qint64 position = 0;
+    if (append) {
+        if (!appendFile.open(QIODevice::WriteOnly | QIODevice::Append)) {
+            err = QStringLiteral("文件打开失败！");
+            return false;
+        }
+        position = appendFile.size();
+        device = &appendFile;
+    } else {
+        if (!freshFile.open(QIODevice::WriteOnly)) {
+            err = QStringLiteral("文件打开失败！");
+            return false;
+        }
+        device = &freshFile;
+    }
+    qCDebug(lcTables).noquote() << "TableFileAssist::writeCsvFile" << "CsvCurPos:" << position;
+    // Appending to a file that has content leaves out the header row.
+    const int first = (append && position >= 1) ? 1 : 0;
+    CsvTableWriter writer(device, codec.toLatin1(), quoteFields, formats);
+    bool ok = true;
+    for (int i = first; i < data.size() && ok; ++i)
+        ok = writer.writeRow(data.at(i));
+    ok = ok && writer.flush();
+    if (!append)
+        ok = ok && freshFile.commit();
+    if (!ok) {
+        qCWarning(lcTables).noquote() << "TableFileAssist::writeCsvFile" << "write failed:" << fileName
+                                      << device->errorString();
+        err = QStringLiteral("文件写入失败！");
+        return false;
+    }
+    return true;
+}
+
+QMap<int, QString> TableFileAssist::buildColumnNumberFormats(const QList<QStringList>& data,
+                                                             const QMap<int, ExportFormat>& formats)
+{
+    QMap<int, QString> result;
+    for (auto it = formats.cbegin(); it != formats.cend(); ++it) {
+        if (it.value() != ExportFormatNumber)
+            continue;
+        const int col = it.key();
+        bool percent = false;
+        int decimals = 0;
+        for (int r = 1; r < data.size(); ++r) {
+            const QStringList& row = data.at(r);
+            if (col < 0 || col >= row.size())
+                continue;
+            QString text = row.at(col);
+            text.remove(QLatin1Char(' ')).remove(QLatin1Char(','));
+            if (text.endsWith(QLatin1Char('%')))
+                percent = true;
+            if (percent)
+                text.remove(QLatin1Char('%'));
+            const int dot = text.lastIndexOf(QLatin1Char('.'));
+            const int count = dot >= 0 ? text.size() - dot - 1 : 0;
+            decimals = qMax(decimals, qMin(count, 5));
+        }
+        QString format = decimals < 1 ? QStringLiteral("0") : QStringLiteral("0.") + QString(decimals, QLatin1Char('0'));
+        if (percent)
+            format += QLatin1String(" %");
+        result.insert(col, format);
+    }
+    return result;
+}
+
+bool TableFileAssist::writeXlsxFile(const QList<QStringList>& data, const QString& fileName,
+                                    const QMap<int, ExportFormat>& formats, bool append, QString& err)
+{
+    XlsxDocument doc(fileName);
+    if (doc.loadFailed()) {
+        // The existing workbook cannot be read; it is left exactly as it is.
+        qCWarning(lcTables).noquote() << "TableFileAssist::writeXlsxFile" << fileName << doc.loadError();
+        err = doc.loadError();
+        return false;
+    }
+    writeSheet(&doc, QStringLiteral("Sheet1"), data, formats, append);
+    QMutexLocker locker(&m_saveMutex);
+    const bool saved = doc.save();
+    locker.unlock();
+    if (!saved)
+        err = QStringLiteral("Excel文件保存失败！");
+    return saved;
+}
+
+bool TableFileAssist::writeSheet(XlsxDocument* doc, const QString& sheetName, const QList<QStringList>& data,
+                                 const QMap<int, ExportFormat>& formats, bool append)
+{
+    if (!doc)
+        return false;
+    const QString name = sheetName.isEmpty() ? QStringLiteral("Sheet%1").arg(doc->sheetNames().size() + 1) : sheetName;
+    doc->addSheet(name); // an existing sheet of that name is simply reused
+    doc->selectSheet(name);
+
+    XlsxWriteFormat headerFormat;
+    headerFormat.bold = true;
+    headerFormat.fontSize = 14;
+
+    const QMap<int, QString> numberFormats = buildColumnNumberFormats(data, formats);
+    for (auto it = numberFormats.cbegin(); it != numberFormats.cend(); ++it) {
+        XlsxWriteFormat f;
+        f.numFmt = it.value();
+        doc->setColumnFormat(it.key() + 1, f);
+    }
+
+    const int existing = append ? qMax(0, doc->lastRow() - doc->firstRow() + 1) : 0;
+    const bool skipHeader = append && existing > 0;
+    int base = existing;
+    if (!skipHeader && !data.isEmpty()) {
+        const QStringList& header = data.first();
+        for (int i = 0; i < header.size(); ++i) {
+            doc->setColumnWidth(i + 1, 30.0);
+            doc->write(1, i + 1, header.at(i), headerFormat);
+        }
+        base = existing + 1;
+    }
+
+    QVector<bool> numeric;
+    for (auto it = formats.cbegin(); it != formats.cend(); ++it) {
+        if (it.value() == ExportFormatNumber && it.key() >= 0) {
+            if (numeric.size() <= it.key())
+                numeric.resize(it.key() + 1);
+            numeric[it.key()] = true;
+        }
+    }
+    const XlsxWriteFormat none;
+    bool ok = true;
+    for (int k = 1; k < data.size(); ++k) {
+        const QStringList& row = data.at(k);
+        for (int i = 0; i < row.size(); ++i) {
+            const QString& text = row.at(i);
+            if (i < numeric.size() && numeric.at(i)) {
+                QString digits = text;
+                double value;
+                if (text.endsWith(QLatin1Char('%'))) {
+                    digits.remove(QLatin1Char('%')).remove(QLatin1Char(',')).remove(QLatin1Char(' '));
+                    value = digits.toDouble() / 100.0;
+                } else {
+                    digits.remove(QLatin1Char(',')).remove(QLatin1Char(' '));
+                    value = digits.toDouble();
+                }
+                ok = doc->write(base + k, i + 1, value, none) && ok;
+            } else {
+                ok = doc->write(base + k, i + 1, text, none) && ok;
+            }
+        }
+    }
+    return ok;
+}
+
+bool TableFileAssist::WriteTableDatas(const QString& fileName, const QList<QPair<QString, QList<QStringList>>>& sheets,
+                                      const QMap<QString, QMap<int, ExportFormat>>& formats, QString& err)
+{
+    err.clear();
+    if (fileName.endsWith(QLatin1String(".csv")) || fileName.endsWith(QLatin1String(".txt"))) {
+        err = QStringLiteral("多表格导出功能不支持csv格式导出");
+        qCWarning(lcTables).noquote() << "TableFileAssist::WriteTableDatas" << QStringLiteral("WriteTableDatas不支持csv格式导出");
+        return false;
+    }
+    if (QFile::exists(fileName) && !QFile::remove(fileName)) {
+        err = QStringLiteral("文件导出失败，文件名：") + fileName;
+        qCWarning(lcTables).noquote() << "TableFileAssist::WriteTableDatas" << err;
+        return false;
+    }
+    XlsxDocument doc(fileName);
+    doc.deleteSheet(QStringLiteral("Sheet1"));
+    for (const auto& sheet : sheets)
+        writeSheet(&doc, sheet.first, sheet.second, formats.value(sheet.first), false);
+    // The save result is not looked at here, unlike a single-table save.
+    doc.save();
+    return true;
+}

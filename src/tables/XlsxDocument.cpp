@@ -1,0 +1,465 @@
+#include "XlsxDocument.h"
+
+#include "SiblingTempFile.h"
+#include "VantorLogging.h"
+#include "XlsxWorkbookReader.h"
+
+#include <QFileInfo>
+#include <QHash>
+#include <QVector>
+
+#include <xlsxwriter.h>
+
+#include <algorithm>
+#include <climits>
+#include <cmath>
+
+namespace {
+
+// Column widths are stored with the cell padding added; this is the width a writer is
+// given to store the same value again.
+double givenWidthFromStored(double stored)
+{
+    if (stored <= 1.0)
+        return stored;
+    return (stored * 7.0 - 5.0) / 7.0;
+}
+
+struct OldCell {
+    int row = 0;
+    int col = 0;
+    XlsxCell::Type type = XlsxCell::Empty;
+    QString text;
+    double number = 0;
+    QString formula;
+    int style = -1;
+};
+
+class LoadVisitor : public XlsxCellVisitor
+{
+public:
+    std::vector<OldCell> cells;
+    QMap<int, double> widths;
+
+    void cell(const XlsxCell& c) override
+    {
+        if (c.type == XlsxCell::Empty && c.style < 0 && !c.hasFormula)
+            return;
+        OldCell o;
+        o.row = c.row;
+        o.col = c.col;
+        o.type = c.type;
+        o.style = c.style;
+        if (c.hasFormula)
+            o.formula = c.formula;
+        if (c.type == XlsxCell::Number || c.type == XlsxCell::Boolean)
+            o.number = XlsxWorkbookReader::toDouble(c.rawNumber());
+        else
+            o.text = c.text;
+        cells.push_back(std::move(o));
+    }
+
+    void columnWidth(int first, int last, double width) override
+    {
+        if (last - first > 256)
+            last = first + 256; // whole-sheet ranges are kept for their first columns only
+        for (int c = first; c <= last; ++c)
+            widths.insert(c, width);
+    }
+};
+
+} // namespace
+
+QString XlsxWriteFormat::key() const
+{
+    return numFmt + QLatin1Char('\x1f') + QString::number(numFmtId) + QLatin1Char('\x1f') + QString::number(bold)
+        + QLatin1Char('\x1f') + QString::number(fontSize);
+}
+
+struct XlsxDocument::Private {
+    struct Sheet {
+        QString name;
+        std::vector<OldCell> oldCells;
+        size_t oldNext = 0;
+        QMap<int, double> widths;
+        QMap<int, XlsxWriteFormat> columnFormats;
+        lxw_worksheet* ws = nullptr;
+        bool materialized = false;
+        int currentRow = 0; // last row handed to the writer
+        int minRow = 0;
+        int maxRow = -1;
+        QVector<lxw_format*> columnFormatCache; // resolved column formats, by column - 1
+        bool columnFormatCacheValid = false;
+    };
+
+    std::vector<Sheet> sheets;
+    std::vector<XlsxWriteFormat> oldStyles;
+    int current = -1;
+    std::unique_ptr<SiblingTempFile> temp;
+    lxw_workbook* wb = nullptr;
+    bool failed = false;
+    QHash<QString, lxw_format*> formats;
+
+    ~Private()
+    {
+        if (wb) {
+            // An unsaved workbook is dropped; its temporary file goes away with `temp`.
+            lxw_workbook_free(wb);
+            wb = nullptr;
+        }
+    }
+
+    int indexOf(const QString& name) const
+    {
+        for (size_t i = 0; i < sheets.size(); ++i) {
+            if (sheets[i].name.compare(name, Qt::CaseInsensitive) == 0)
+                return int(i);
+        }
+        return -1;
+    }
+
+    bool ensureWorkbook(const QString& target)
+    {
+        if (wb)
+            return true;
+        if (failed)
+            return false;
+        temp = std::make_unique<SiblingTempFile>(target);
+        if (!temp->create()) {
+            qCWarning(lcTables).noquote() << "XlsxDocument::save" << "cannot create a file beside" << target;
+            failed = true;
+            return false;
+        }
+        lxw_workbook_options options = {};
+        options.constant_memory = LXW_TRUE;
+        options.use_zip64 = LXW_TRUE;
+        const QByteArray path = temp->path().toUtf8();
+        wb = workbook_new_opt(path.constData(), &options);
+        if (!wb) {
+            failed = true;
+            return false;
+        }
+        return true;
+    }
+
+    lxw_format* format(const XlsxWriteFormat& f)
+    {
+        if (!f.isValid() || !wb)
+            return nullptr;
+        const QString key = f.key();
+        auto it = formats.constFind(key);
+        if (it != formats.constEnd())
+            return it.value();
+        lxw_format* fmt = workbook_add_format(wb);
+        if (!f.numFmt.isEmpty())
+            format_set_num_format(fmt, f.numFmt.toUtf8().constData());
+        else if (f.numFmtId >= 0)
+            format_set_num_format_index(fmt, uint8_t(qBound(0, f.numFmtId, 255)));
+        if (f.bold)
+            format_set_bold(fmt);
+        if (f.fontSize > 0)
+            format_set_font_size(fmt, f.fontSize);
+        formats.insert(key, fmt);
+        return fmt;
+    }
+
+    bool writeOld(Sheet& s, const OldCell& c)
+    {
+        const lxw_row_t r = lxw_row_t(c.row - 1);
+        const lxw_col_t col = lxw_col_t(c.col - 1);
+        lxw_format* fmt = (c.style >= 0 && size_t(c.style) < oldStyles.size()) ? format(oldStyles[size_t(c.style)]) : nullptr;
+        if (!c.formula.isEmpty()) {
+            const QByteArray f = c.formula.toUtf8();
+            if (c.type == XlsxCell::String || c.type == XlsxCell::Error)
+                return worksheet_write_formula_str(s.ws, r, col, f.constData(), fmt, c.text.toUtf8().constData()) == LXW_NO_ERROR;
+            return worksheet_write_formula_num(s.ws, r, col, f.constData(), fmt, c.number) == LXW_NO_ERROR;
+        }
+        switch (c.type) {
+        case XlsxCell::Number:
+            return worksheet_write_number(s.ws, r, col, c.number, fmt) == LXW_NO_ERROR;
+        case XlsxCell::Boolean:
+            return worksheet_write_boolean(s.ws, r, col, c.number != 0, fmt) == LXW_NO_ERROR;
+        case XlsxCell::String:
+        case XlsxCell::Error:
+            return writeString(s, r, col, c.text, fmt);
+        case XlsxCell::Empty:
+            return fmt ? worksheet_write_blank(s.ws, r, col, fmt) == LXW_NO_ERROR : true;
+        }
+        return true;
+    }
+
+    bool writeString(Sheet& s, lxw_row_t r, lxw_col_t col, const QString& text, lxw_format* fmt)
+    {
+        if (text.isEmpty())
+            return fmt ? worksheet_write_blank(s.ws, r, col, fmt) == LXW_NO_ERROR : true;
+        QByteArray utf8 = text.toUtf8();
+        lxw_error e = worksheet_write_string(s.ws, r, col, utf8.constData(), fmt);
+        if (e == LXW_ERROR_MAX_STRING_LENGTH_EXCEEDED) {
+            // A cell holds at most 32 767 characters; the rest is cut.
+            qCWarning(lcTables).noquote() << "XlsxDocument::write" << "cell text cut to 32767 characters at row" << r + 1;
+            utf8 = text.left(32767).toUtf8();
+            e = worksheet_write_string(s.ws, r, col, utf8.constData(), fmt);
+        }
+        return e == LXW_NO_ERROR;
+    }
+
+    lxw_format* columnFormat(Sheet& s, int col)
+    {
+        if (!s.columnFormatCacheValid) {
+            s.columnFormatCache.clear();
+            for (auto it = s.columnFormats.cbegin(); it != s.columnFormats.cend(); ++it) {
+                if (s.columnFormatCache.size() < it.key())
+                    s.columnFormatCache.resize(it.key());
+                s.columnFormatCache[it.key() - 1] = format(it.value());
+            }
+            s.columnFormatCacheValid = true;
+        }
+        return col <= s.columnFormatCache.size() ? s.columnFormatCache.at(col - 1) : nullptr;
+    }
+
+    void flushOld(Sheet& s, int uptoRow)
+    {
+        while (s.oldNext < s.oldCells.size() && s.oldCells[s.oldNext].row <= uptoRow) {
+            const OldCell& c = s.oldCells[s.oldNext++];
+            writeOld(s, c);
+            s.currentRow = qMax(s.currentRow, c.row);
+        }
+    }
+
+    bool materialize(int index, const QString& target)
+    {
+        Sheet& s = sheets[size_t(index)];
+        if (s.materialized)
+            return s.ws != nullptr;
+        if (!ensureWorkbook(target))
+            return false;
+        // Sheets keep their order: every sheet before this one is laid down first.
+        for (int i = 0; i < index; ++i) {
+            if (!sheets[size_t(i)].materialized)
+                materialize(i, target);
+        }
+        s.materialized = true;
+        const QByteArray name = s.name.toUtf8();
+        s.ws = workbook_add_worksheet(wb, name.constData());
+        if (!s.ws) {
+            qCWarning(lcTables).noquote() << "XlsxDocument::addSheet" << "the sheet name is not acceptable:" << s.name;
+            return false;
+        }
+        return true;
+    }
+
+    void finishSheet(Sheet& s)
+    {
+        if (!s.ws)
+            return;
+        flushOld(s, INT_MAX);
+        QMap<int, bool> cols;
+        for (auto it = s.widths.cbegin(); it != s.widths.cend(); ++it)
+            cols.insert(it.key(), true);
+        for (auto it = s.columnFormats.cbegin(); it != s.columnFormats.cend(); ++it)
+            cols.insert(it.key(), true);
+        for (auto it = cols.cbegin(); it != cols.cend(); ++it) {
+            const int c = it.key();
+            const double width = s.widths.value(c, LXW_DEF_COL_WIDTH);
+            lxw_format* fmt = s.columnFormats.contains(c) ? format(s.columnFormats.value(c)) : nullptr;
+            worksheet_set_column(s.ws, lxw_col_t(c - 1), lxw_col_t(c - 1), width, fmt);
+        }
+    }
+};
+
+XlsxDocument::XlsxDocument(const QString& fileName)
+    : d(std::make_unique<Private>())
+    , m_fileName(fileName)
+{
+    const QFileInfo info(fileName);
+    if (info.exists() && info.size() > 0) {
+        XlsxWorkbookReader reader;
+        QString err;
+        if (!reader.open(fileName, err)) {
+            m_loadError = err;
+            return;
+        }
+        const XlsxStyles& styles = reader.styles();
+        for (int i = 0; i < styles.count(); ++i) {
+            const XlsxCellStyle& s = styles.style(i);
+            XlsxWriteFormat f;
+            if (s.customNumFmt)
+                f.numFmt = s.numFmt;
+            else if (s.numFmtId > 0)
+                f.numFmtId = s.numFmtId;
+            f.bold = s.bold;
+            if (s.fontSize > 0 && std::fabs(s.fontSize - 11.0) > 1e-9)
+                f.fontSize = s.fontSize;
+            d->oldStyles.push_back(f);
+        }
+        for (int i = 0; i < reader.sheets().size(); ++i) {
+            const XlsxWorkbookReader::SheetInfo& info = reader.sheets().at(i);
+            if (info.chart) {
+                qCWarning(lcTables).noquote() << "XlsxDocument::XlsxDocument" << "chart sheet not kept:" << info.name;
+                continue;
+            }
+            LoadVisitor visitor;
+            if (!reader.readSheet(i, visitor, err)) {
+                m_loadError = err;
+                d->sheets.clear();
+                return;
+            }
+            Private::Sheet sheet;
+            sheet.name = info.name;
+            std::stable_sort(visitor.cells.begin(), visitor.cells.end(), [](const OldCell& a, const OldCell& b) {
+                return a.row < b.row || (a.row == b.row && a.col < b.col);
+            });
+            if (!visitor.cells.empty()) {
+                sheet.minRow = visitor.cells.front().row;
+                sheet.maxRow = visitor.cells.back().row;
+            }
+            sheet.oldCells = std::move(visitor.cells);
+            for (auto it = visitor.widths.cbegin(); it != visitor.widths.cend(); ++it)
+                sheet.widths.insert(it.key(), givenWidthFromStored(it.value()));
+            d->sheets.push_back(std::move(sheet));
+        }
+        d->current = reader.currentSheet() >= 0 ? qMin(reader.currentSheet(), int(d->sheets.size()) - 1) : 0;
+    }
+    if (d->sheets.empty()) {
+        Private::Sheet sheet;
+        sheet.name = QStringLiteral("Sheet1");
+        d->sheets.push_back(std::move(sheet));
+        d->current = 0;
+    }
+}
+
+XlsxDocument::~XlsxDocument() = default;
+
+QStringList XlsxDocument::sheetNames() const
+{
+    QStringList names;
+    for (const auto& s : d->sheets)
+        names.append(s.name);
+    return names;
+}
+
+bool XlsxDocument::addSheet(const QString& name)
+{
+    if (d->indexOf(name) >= 0)
+        return false;
+    Private::Sheet sheet;
+    sheet.name = name;
+    d->sheets.push_back(std::move(sheet));
+    d->current = int(d->sheets.size()) - 1;
+    return true;
+}
+
+bool XlsxDocument::selectSheet(const QString& name)
+{
+    const int i = d->indexOf(name);
+    if (i < 0)
+        return false;
+    d->current = i;
+    return true;
+}
+
+bool XlsxDocument::deleteSheet(const QString& name)
+{
+    const int i = d->indexOf(name);
+    if (i < 0 || d->sheets[size_t(i)].materialized)
+        return false;
+    d->sheets.erase(d->sheets.begin() + i);
+    if (d->current >= int(d->sheets.size()))
+        d->current = int(d->sheets.size()) - 1;
+    return true;
+}
+
+QString XlsxDocument::currentSheetName() const
+{
+    return d->current >= 0 ? d->sheets[size_t(d->current)].name : QString();
+}
+
+int XlsxDocument::firstRow() const
+{
+    return d->current >= 0 ? d->sheets[size_t(d->current)].minRow : 0;
+}
+
+int XlsxDocument::lastRow() const
+{
+    return d->current >= 0 ? d->sheets[size_t(d->current)].maxRow : -1;
+}
+
+void XlsxDocument::setColumnFormat(int col, const XlsxWriteFormat& format)
+{
+    if (d->current >= 0 && col >= 1 && col <= XlsxWorkbookReader::kMaxColumns) {
+        d->sheets[size_t(d->current)].columnFormats.insert(col, format);
+        d->sheets[size_t(d->current)].columnFormatCacheValid = false;
+    }
+}
+
+void XlsxDocument::setColumnWidth(int col, double width)
+{
+    if (d->current >= 0 && col >= 1 && col <= XlsxWorkbookReader::kMaxColumns)
+        d->sheets[size_t(d->current)].widths.insert(col, width);
+}
+
+bool XlsxDocument::write(int row, int col, const QVariant& value, const XlsxWriteFormat& format)
+{
+    if (d->current < 0 || row < 1 || col < 1 || row > XlsxWorkbookReader::kMaxRows || col > XlsxWorkbookReader::kMaxColumns)
+        return false;
+    if (!d->materialize(d->current, m_fileName))
+        return false;
+    Private::Sheet& s = d->sheets[size_t(d->current)];
+    if (row < s.currentRow) {
+        qCWarning(lcTables).noquote() << "XlsxDocument::write" << "row" << row << "comes after row" << s.currentRow
+                                      << "of sheet" << s.name << "and is dropped";
+        return false;
+    }
+    d->flushOld(s, row);
+    s.currentRow = row;
+    if (s.maxRow < s.minRow) {
+        s.minRow = row;
+        s.maxRow = row;
+    } else {
+        s.minRow = qMin(s.minRow, row);
+        s.maxRow = qMax(s.maxRow, row);
+    }
+    const lxw_row_t r = lxw_row_t(row - 1);
+    const lxw_col_t c = lxw_col_t(col - 1);
+    // A cell without a format of its own takes its column's format.
+    lxw_format* fmt = format.isValid() ? d->format(format) : d->columnFormat(s, col);
+    if (value.userType() == QMetaType::QString)
+        return d->writeString(s, r, c, value.toString(), fmt);
+    double number = value.toDouble();
+    if (!std::isfinite(number)) {
+        qCWarning(lcTables).noquote() << "XlsxDocument::write" << "a number that is not finite is written as 0 at row" << row;
+        number = 0;
+    }
+    return worksheet_write_number(s.ws, r, c, number, fmt) == LXW_NO_ERROR;
+}
+
+bool XlsxDocument::save()
+{
+    if (loadFailed())
+        return false;
+    for (size_t i = 0; i < d->sheets.size(); ++i) {
+        if (!d->sheets[i].materialized && !d->materialize(int(i), m_fileName))
+            return false;
+    }
+    if (!d->ensureWorkbook(m_fileName))
+        return false;
+    bool ok = true;
+    for (auto& s : d->sheets) {
+        if (!s.ws)
+            ok = false;
+        d->finishSheet(s);
+    }
+    const lxw_error e = workbook_close(d->wb);
+    d->wb = nullptr;
+    if (e != LXW_NO_ERROR) {
+        qCWarning(lcTables).noquote() << "XlsxDocument::save" << lxw_strerror(e);
+        return false;
+    }
+    if (!ok)
+        return false;
+    if (!d->temp->commit()) {
+        qCWarning(lcTables).noquote() << "XlsxDocument::save" << "cannot replace" << m_fileName;
+        return false;
+    }
+    return true;
+}

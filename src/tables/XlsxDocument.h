@@ -1,0 +1,65 @@
+#pragma once
+
+#include <QMap>
+#include <QString>
+#include <QStringList>
+#include <QVariant>
+
+#include <memory>
+#include <vector>
+
+// The format of written cells: a number format (a code, or a built-in id when the code
+// is empty and the id is not negative), bold and a font size (0: the default size).
+struct XlsxWriteFormat {
+    QString numFmt;
+    int numFmtId = -1;
+    bool bold = false;
+    double fontSize = 0;
+
+    bool isValid() const { return !numFmt.isEmpty() || numFmtId >= 0 || bold || fontSize > 0; }
+    QString key() const;
+};
+
+// A workbook being written. Rows stream straight into the file (memory does not grow
+// with them), so rows must arrive in ascending order per sheet. Opening an existing file
+// loads its sheets; saving rewrites the workbook with those sheets kept in their order,
+// their cells, number formats, bold and font sizes and column widths kept, and the new
+// rows merged in. The result is written beside the target and renamed over it.
+class XlsxDocument
+{
+public:
+    explicit XlsxDocument(const QString& fileName);
+    ~XlsxDocument();
+
+    // An existing file that could not be read: nothing may be saved over it.
+    bool loadFailed() const { return !m_loadError.isEmpty(); }
+    QString loadError() const { return m_loadError; }
+    QString filePath() const { return m_fileName; }
+
+    QStringList sheetNames() const;
+    // False when a sheet of that name (compared without case) already exists.
+    bool addSheet(const QString& name);
+    bool selectSheet(const QString& name);
+    bool deleteSheet(const QString& name);
+    QString currentSheetName() const;
+
+    // Row span of the cells present in the current sheet; first > last when it has none.
+    int firstRow() const;
+    int lastRow() const;
+
+    void setColumnFormat(int col, const XlsxWriteFormat& format);
+    void setColumnWidth(int col, double width);
+    // Writes a QString as text, any number type as a number. Row and column are 1-based.
+    bool write(int row, int col, const QVariant& value, const XlsxWriteFormat& format);
+
+    bool save();
+
+    XlsxDocument(const XlsxDocument&) = delete;
+    XlsxDocument& operator=(const XlsxDocument&) = delete;
+
+private:
+    struct Private;
+    std::unique_ptr<Private> d;
+    QString m_fileName;
+    QString m_loadError;
+};

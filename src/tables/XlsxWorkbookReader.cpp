@@ -1,0 +1,598 @@
+#include "XlsxWorkbookReader.h"
+
+#include "VantorLogging.h"
+#include "XlsxErrors.h"
+#include "XlsxXmlReader.h"
+
+#include <QDateTime>
+#include <QDir>
+#include <QHash>
+
+#include <cmath>
+#include <cstdlib>
+#include <cstring>
+#include <string>
+
+namespace {
+
+struct Relationship {
+    QString type;
+    QString target;
+};
+
+class RelsHandler : public XlsxXmlHandler
+{
+public:
+    QHash<QString, Relationship> byId;
+    QVector<Relationship> all;
+
+    void startElement(const char* name, const char** atts) override
+    {
+        if (std::strcmp(name, "Relationship") != 0)
+            return;
+        const char* id = XlsxXmlReader::attribute(atts, "Id");
+        const char* type = XlsxXmlReader::attribute(atts, "Type");
+        const char* target = XlsxXmlReader::attribute(atts, "Target");
+        const char* mode = XlsxXmlReader::attribute(atts, "TargetMode");
+        if (!type || !target || (mode && std::strcmp(mode, "External") == 0))
+            return;
+        Relationship rel{QString::fromUtf8(type), QString::fromUtf8(target)};
+        if (all.size() < 100000)
+            all.append(rel);
+        if (id)
+            byId.insert(QString::fromUtf8(id), rel);
+    }
+    void endElement(const char*) override {}
+    void characters(const char*, int) override {}
+};
+
+class WorkbookHandler : public XlsxXmlHandler
+{
+public:
+    struct Entry {
+        QString name;
+        QString relId;
+    };
+    QVector<Entry> sheets;
+    bool date1904 = false;
+    int activeTab = 0;
+
+    void startElement(const char* name, const char** atts) override
+    {
+        if (std::strcmp(name, "sheet") == 0) {
+            if (sheets.size() >= 100000) {
+                error = XlsxErrors::tooManyCells();
+                return;
+            }
+            const char* n = XlsxXmlReader::attribute(atts, "name");
+            const char* id = XlsxXmlReader::attribute(atts, "id");
+            sheets.append({n ? QString::fromUtf8(n) : QString(), id ? QString::fromUtf8(id) : QString()});
+        } else if (std::strcmp(name, "workbookPr") == 0) {
+            const char* v = XlsxXmlReader::attribute(atts, "date1904");
+            date1904 = v && (std::strcmp(v, "1") == 0 || std::strcmp(v, "true") == 0);
+        } else if (std::strcmp(name, "workbookView") == 0) {
+            if (const char* v = XlsxXmlReader::attribute(atts, "activeTab"))
+                activeTab = std::atoi(v);
+        }
+    }
+    void endElement(const char*) override {}
+    void characters(const char*, int) override {}
+};
+
+class SharedStringsHandler : public XlsxXmlHandler
+{
+public:
+    explicit SharedStringsHandler(QVector<QString>& out)
+        : m_out(out)
+    {
+    }
+
+    void startElement(const char* name, const char**) override
+    {
+        if (std::strcmp(name, "si") == 0) {
+            m_inItem = true;
+            m_text.clear();
+        } else if (std::strcmp(name, "t") == 0) {
+            m_inText = m_inItem && m_phonetic == 0;
+        } else if (std::strcmp(name, "rPh") == 0) {
+            ++m_phonetic;
+        }
+    }
+
+    void endElement(const char* name) override
+    {
+        if (std::strcmp(name, "si") == 0) {
+            m_out.append(QString::fromUtf8(m_text.data(), int(m_text.size())));
+            m_inItem = false;
+        } else if (std::strcmp(name, "t") == 0) {
+            m_inText = false;
+        } else if (std::strcmp(name, "rPh") == 0) {
+            --m_phonetic;
+        }
+    }
+
+    void characters(const char* text, int len) override
+    {
+        if (m_inText)
+            m_text.append(text, size_t(len));
+    }
+
+private:
+    QVector<QString>& m_out;
+    std::string m_text;
+    bool m_inItem = false;
+    bool m_inText = false;
+    int m_phonetic = 0;
+};
+
+// "B12" to column 2, row 12; false when the reference is malformed.
+bool parseCellRef(const char* ref, int& row, int& col)
+{
+    int c = 0;
+    const char* p = ref;
+    while ((*p >= 'A' && *p <= 'Z') || (*p >= 'a' && *p <= 'z')) {
+        c = c * 26 + ((*p | 0x20) - 'a' + 1);
+        if (c > XlsxWorkbookReader::kMaxColumns * 26)
+            c = XlsxWorkbookReader::kMaxColumns + 1;
+        ++p;
+    }
+    if (c == 0 && p == ref)
+        c = 0;
+    long r = 0;
+    const char* digits = p;
+    while (*p >= '0' && *p <= '9') {
+        r = r * 10 + (*p - '0');
+        if (r > XlsxWorkbookReader::kMaxRows)
+            r = XlsxWorkbookReader::kMaxRows + 1;
+        ++p;
+    }
+    if (*p != '\0' || p == digits || c == 0)
+        return false;
+    row = int(r);
+    col = c;
+    return true;
+}
+
+class SheetHandler : public XlsxXmlHandler
+{
+public:
+    SheetHandler(XlsxCellVisitor& visitor, const QVector<QString>& sharedStrings)
+        : m_visitor(visitor)
+        , m_shared(sharedStrings)
+    {
+    }
+
+    void startElement(const char* name, const char** atts) override
+    {
+        switch (name[0]) {
+        case 'c':
+            if (name[1] == '\0') {
+                startCell(atts);
+                return;
+            }
+            if (std::strcmp(name, "col") == 0)
+                startColumn(atts);
+            return;
+        case 'v':
+            if (name[1] == '\0' && m_inCell) {
+                m_capture = &m_value;
+                m_value.clear();
+            }
+            return;
+        case 'f':
+            if (name[1] == '\0' && m_inCell) {
+                m_cell.hasFormula = true;
+                m_capture = &m_formula;
+                m_formula.clear();
+            }
+            return;
+        case 't':
+            if (name[1] == '\0' && m_inInline && m_phonetic == 0)
+                m_capture = &m_inlineText;
+            return;
+        case 'i':
+            if (std::strcmp(name, "is") == 0 && m_inCell) {
+                m_inInline = true;
+                m_inlineText.clear();
+                m_hasInline = true;
+            }
+            return;
+        case 'r':
+            if (std::strcmp(name, "row") == 0) {
+                const char* r = XlsxXmlReader::attribute(atts, "r");
+                int row = r ? std::atoi(r) : m_row + 1;
+                if (row < 1 || row > XlsxWorkbookReader::kMaxRows) {
+                    error = XlsxErrors::tooManyCells();
+                    return;
+                }
+                m_row = row;
+                m_col = 0;
+            } else if (std::strcmp(name, "rPh") == 0) {
+                ++m_phonetic;
+            }
+            return;
+        default:
+            return;
+        }
+    }
+
+    void endElement(const char* name) override
+    {
+        switch (name[0]) {
+        case 'c':
+            if (name[1] == '\0' && m_inCell)
+                endCell();
+            return;
+        case 'v':
+        case 'f':
+        case 't':
+            if (name[1] == '\0')
+                m_capture = nullptr;
+            return;
+        case 'i':
+            if (std::strcmp(name, "is") == 0)
+                m_inInline = false;
+            return;
+        case 'r':
+            if (std::strcmp(name, "rPh") == 0)
+                --m_phonetic;
+            return;
+        default:
+            return;
+        }
+    }
+
+    void characters(const char* text, int len) override
+    {
+        if (m_capture) {
+            if (m_capture->size() + size_t(len) > kMaxCellBytes) {
+                error = XlsxErrors::tooLarge();
+                return;
+            }
+            m_capture->append(text, size_t(len));
+        }
+    }
+
+private:
+    static constexpr size_t kMaxCellBytes = 8u << 20;
+
+    void startColumn(const char** atts)
+    {
+        const char* min = XlsxXmlReader::attribute(atts, "min");
+        const char* max = XlsxXmlReader::attribute(atts, "max");
+        if (!min || !max)
+            return;
+        const int first = qBound(1, std::atoi(min), XlsxWorkbookReader::kMaxColumns);
+        const int last = qBound(first, std::atoi(max), XlsxWorkbookReader::kMaxColumns);
+        if (const char* style = XlsxXmlReader::attribute(atts, "style")) {
+            const int s = std::atoi(style);
+            if (m_columnStyles.size() < last)
+                m_columnStyles.resize(last);
+            for (int c = first; c <= last; ++c)
+                m_columnStyles[c - 1] = s;
+        }
+        if (const char* width = XlsxXmlReader::attribute(atts, "width"))
+            m_visitor.columnWidth(first, last, std::atof(width));
+    }
+
+    void startCell(const char** atts)
+    {
+        m_inCell = true;
+        m_cell.type = XlsxCell::Empty;
+        m_cell.hasFormula = false;
+        m_cell.style = -1;
+        m_value.clear();
+        m_formula.clear();
+        m_hasInline = false;
+        m_typeChar = 'n';
+        m_typeInline = false;
+        bool hasStyle = false;
+        int row = m_row;
+        int col = m_col + 1;
+        for (const char** a = atts; *a; a += 2) {
+            const char* attr = XlsxXmlReader::localName(a[0]);
+            if (attr[1] != '\0')
+                continue;
+            switch (attr[0]) {
+            case 'r':
+                if (!parseCellRef(a[1], row, col)) {
+                    row = m_row;
+                    col = m_col + 1;
+                }
+                break;
+            case 't':
+                m_typeChar = a[1][0];
+                m_typeInline = std::strcmp(a[1], "inlineStr") == 0;
+                if (std::strcmp(a[1], "str") == 0)
+                    m_typeChar = 'S';
+                break;
+            case 's':
+                m_cell.style = std::atoi(a[1]);
+                hasStyle = true;
+                break;
+            default:
+                break;
+            }
+        }
+        if (row < 1)
+            row = 1;
+        if (col > XlsxWorkbookReader::kMaxColumns || row > XlsxWorkbookReader::kMaxRows) {
+            error = XlsxErrors::tooManyCells();
+            return;
+        }
+        m_row = row;
+        m_col = col;
+        m_cell.row = row;
+        m_cell.col = col;
+        if (!hasStyle && col <= m_columnStyles.size() && m_columnStyles.at(col - 1) > 0)
+            m_cell.style = m_columnStyles.at(col - 1);
+    }
+
+    void endCell()
+    {
+        m_inCell = false;
+        m_capture = nullptr;
+        m_cell.text = QString();
+        m_cell.raw = "";
+        m_cell.rawLen = 0;
+        if (m_cell.hasFormula)
+            m_cell.formula = QString::fromUtf8(m_formula.data(), int(m_formula.size()));
+        else
+            m_cell.formula.clear();
+        if (m_typeInline || (m_hasInline && m_value.empty())) {
+            m_cell.type = XlsxCell::String;
+            m_cell.text = QString::fromUtf8(m_inlineText.data(), int(m_inlineText.size()));
+        } else if (!m_value.empty()) {
+            switch (m_typeChar) {
+            case 's': {
+                m_cell.type = XlsxCell::String;
+                const long index = std::strtol(m_value.c_str(), nullptr, 10);
+                if (index >= 0 && index < m_shared.size())
+                    m_cell.text = m_shared.at(int(index));
+                break;
+            }
+            case 'b':
+                m_cell.type = XlsxCell::Boolean;
+                m_cell.raw = m_value.c_str();
+                m_cell.rawLen = int(m_value.size());
+                break;
+            case 'e':
+                m_cell.type = XlsxCell::Error;
+                m_cell.text = QString::fromUtf8(m_value.data(), int(m_value.size()));
+                break;
+            case 'S': // string result of a formula
+            case 'd': // ISO 8601 date written as text
+                m_cell.type = XlsxCell::String;
+                m_cell.text = QString::fromUtf8(m_value.data(), int(m_value.size()));
+                break;
+            default:
+                m_cell.type = XlsxCell::Number;
+                m_cell.raw = m_value.c_str();
+                m_cell.rawLen = int(m_value.size());
+                break;
+            }
+        }
+        m_visitor.cell(m_cell);
+    }
+
+    XlsxCellVisitor& m_visitor;
+    const QVector<QString>& m_shared;
+    XlsxCell m_cell;
+    QVector<int> m_columnStyles;
+    std::string m_value;
+    std::string m_formula;
+    std::string m_inlineText;
+    std::string* m_capture = nullptr;
+    int m_row = 0;
+    int m_col = 0;
+    int m_phonetic = 0;
+    char m_typeChar = 'n';
+    bool m_typeInline = false;
+    bool m_inCell = false;
+    bool m_inInline = false;
+    bool m_hasInline = false;
+};
+
+// Resolves a relationship target against the folder of the part that names it.
+QString resolveTarget(const QString& baseDir, const QString& target)
+{
+    if (target.startsWith(QLatin1Char('/')))
+        return QDir::cleanPath(target.mid(1));
+    if (baseDir.isEmpty())
+        return QDir::cleanPath(target);
+    return QDir::cleanPath(baseDir + QLatin1Char('/') + target);
+}
+
+bool typeIs(const QString& type, const char* kind)
+{
+    return type.endsWith(QLatin1Char('/') + QLatin1String(kind));
+}
+
+} // namespace
+
+bool XlsxWorkbookReader::open(const QString& fileName, QString& err)
+{
+    if (!m_zip.open(fileName, err))
+        return false;
+
+    QString workbookPart = QStringLiteral("xl/workbook.xml");
+    if (m_zip.contains(QStringLiteral("_rels/.rels"))) {
+        RelsHandler rels;
+        if (!XlsxXmlReader::parsePart(m_zip, QStringLiteral("_rels/.rels"), rels, err))
+            return false;
+        for (const Relationship& rel : qAsConst(rels.all)) {
+            if (typeIs(rel.type, "officeDocument")) {
+                workbookPart = resolveTarget(QString(), rel.target);
+                break;
+            }
+        }
+    }
+    if (!m_zip.contains(workbookPart)) {
+        qCWarning(lcTables).noquote() << "XlsxWorkbookReader::open" << "no workbook part" << workbookPart;
+        err = XlsxErrors::missingPart();
+        return false;
+    }
+    WorkbookHandler workbook;
+    if (!XlsxXmlReader::parsePart(m_zip, workbookPart, workbook, err))
+        return false;
+    m_1904 = workbook.date1904;
+
+    const int slash = workbookPart.lastIndexOf(QLatin1Char('/'));
+    const QString baseDir = slash >= 0 ? workbookPart.left(slash) : QString();
+    const QString relsPart = (baseDir.isEmpty() ? QString() : baseDir + QLatin1Char('/')) + QLatin1String("_rels/")
+        + workbookPart.mid(slash + 1) + QLatin1String(".rels");
+    RelsHandler rels;
+    if (m_zip.contains(relsPart)) {
+        if (!XlsxXmlReader::parsePart(m_zip, relsPart, rels, err))
+            return false;
+    } else {
+        qCWarning(lcTables).noquote() << "XlsxWorkbookReader::open" << "no relationships part" << relsPart;
+    }
+    QString stylesPart;
+    for (const Relationship& rel : qAsConst(rels.all)) {
+        if (typeIs(rel.type, "sharedStrings") && m_sharedStringsPart.isEmpty())
+            m_sharedStringsPart = resolveTarget(baseDir, rel.target);
+        else if (typeIs(rel.type, "styles") && stylesPart.isEmpty())
+            stylesPart = resolveTarget(baseDir, rel.target);
+    }
+
+    m_sheets.clear();
+    for (const WorkbookHandler::Entry& entry : qAsConst(workbook.sheets)) {
+        SheetInfo info;
+        info.name = entry.name;
+        auto rel = rels.byId.constFind(entry.relId);
+        if (rel != rels.byId.constEnd()) {
+            info.chart = typeIs(rel->type, "chartsheet") || typeIs(rel->type, "dialogsheet");
+            info.part = resolveTarget(baseDir, rel->target);
+        }
+        m_sheets.append(info);
+    }
+    m_current = -1;
+    if (workbook.activeTab >= 0 && workbook.activeTab < m_sheets.size() && !m_sheets.at(workbook.activeTab).chart)
+        m_current = workbook.activeTab;
+    for (int i = 0; m_current < 0 && i < m_sheets.size(); ++i) {
+        if (!m_sheets.at(i).chart)
+            m_current = i;
+    }
+
+    if (!stylesPart.isEmpty() && m_zip.contains(stylesPart)) {
+        if (!m_styles.load(m_zip, stylesPart, err))
+            return false;
+    }
+    return true;
+}
+
+QStringList XlsxWorkbookReader::sheetNames() const
+{
+    QStringList names;
+    for (const SheetInfo& s : m_sheets)
+        names.append(s.name);
+    return names;
+}
+
+bool XlsxWorkbookReader::loadSharedStrings(QString& err)
+{
+    if (m_sharedStringsLoaded)
+        return true;
+    m_sharedStringsLoaded = true;
+    if (m_sharedStringsPart.isEmpty() || !m_zip.contains(m_sharedStringsPart))
+        return true;
+    SharedStringsHandler handler(m_sharedStrings);
+    return XlsxXmlReader::parsePart(m_zip, m_sharedStringsPart, handler, err);
+}
+
+bool XlsxWorkbookReader::readSheet(int index, XlsxCellVisitor& visitor, QString& err)
+{
+    if (index < 0 || index >= m_sheets.size() || m_sheets.at(index).part.isEmpty()) {
+        err = XlsxErrors::missingPart();
+        return false;
+    }
+    if (m_sheets.at(index).chart)
+        return true; // a chart sheet has no cells
+    if (!loadSharedStrings(err))
+        return false;
+    SheetHandler handler(visitor, m_sharedStrings);
+    return XlsxXmlReader::parsePart(m_zip, m_sheets.at(index).part, handler, err);
+}
+
+double XlsxWorkbookReader::toDouble(const char* raw, bool* ok)
+{
+    char* end = nullptr;
+    const double d = std::strtod(raw, &end);
+    if (ok)
+        *ok = end && end != raw && *end == '\0';
+    return d;
+}
+
+QString XlsxWorkbookReader::numberText(const char* raw, int len)
+{
+    // Plain decimals of up to 15 significant digits print back as they are stored; only
+    // the other forms (exponents, trailing zeros, long mantissas) need the round trip.
+    const char* p = raw;
+    const int n = len;
+    int i = 0;
+    if (i < n && p[i] == '-')
+        ++i;
+    const int intStart = i;
+    while (i < n && p[i] >= '0' && p[i] <= '9')
+        ++i;
+    const int intLen = i - intStart;
+    int fracLen = 0;
+    int leadingFracZeros = 0;
+    bool fast = intLen > 0 && i - intStart <= 15;
+    if (fast && i < n && p[i] == '.') {
+        ++i;
+        const int fracStart = i;
+        while (i < n && p[i] >= '0' && p[i] <= '9')
+            ++i;
+        fracLen = i - fracStart;
+        while (leadingFracZeros < fracLen && p[fracStart + leadingFracZeros] == '0')
+            ++leadingFracZeros;
+        fast = fracLen > 0 && p[i - 1] != '0';
+    }
+    if (fast && i == n) {
+        const bool zeroInt = intLen == 1 && p[intStart] == '0';
+        if (fracLen == 0) {
+            // Integers without a leading zero print as stored, unless trailing zeros make
+            // the exponent form the shorter one: up to ten digits that is beyond five
+            // zeros (2000000 prints as 2e+06).
+            int zeros = 0;
+            while (zeros < intLen && p[n - 1 - zeros] == '0')
+                ++zeros;
+            fast = (p[intStart] != '0' && (zeros == 0 || (intLen <= 10 && zeros <= 5))) || (zeroInt && intStart == 0);
+        } else if (zeroInt) {
+            fast = leadingFracZeros <= 3 && fracLen - leadingFracZeros <= 15;
+        } else {
+            fast = p[intStart] != '0' && intLen + fracLen <= 15;
+        }
+        if (fast)
+            return QString::fromLatin1(p, n);
+    }
+    return QVariant(toDouble(QByteArray(raw, len))).toString();
+}
+
+QVariant XlsxWorkbookReader::dateTimeFromNumber(double number, bool is1904)
+{
+    // Beyond year 9999 or before year 1 there is no date to show.
+    if (!std::isfinite(number) || number < -693593.0 || number > 2958466.0)
+        return QVariant();
+    double num = number;
+    if (!is1904 && num > 60)
+        num -= 1; // the 1900 system counts a 29 February 1900 that never was
+    const qint64 dayMs = 86400000;
+    const qint64 msecs = qint64(num * double(dayMs) + 0.5);
+    qint64 days = msecs / dayMs;
+    qint64 rest = msecs % dayMs;
+    if (rest < 0) {
+        rest += dayMs;
+        --days;
+    }
+    const QDate epoch = is1904 ? QDate(1904, 1, 1) : QDate(1899, 12, 31);
+    const QDate date = epoch.addDays(days);
+    const QTime time = QTime::fromMSecsSinceStartOfDay(int(rest));
+    if (num < 1.0)
+        return QVariant(time);
+    if (num == std::floor(num))
+        return QVariant(date);
+    return QVariant(QDateTime(date, time));
+}

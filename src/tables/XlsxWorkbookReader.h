@@ -1,0 +1,83 @@
+#pragma once
+
+#include "XlsxStyles.h"
+#include "XlsxZipArchive.h"
+
+#include <QString>
+#include <QStringList>
+#include <QVariant>
+#include <QVector>
+
+// One cell as the sheet holds it.
+struct XlsxCell {
+    enum Type { Empty, Number, String, Boolean, Error };
+    int row = 0; // 1-based
+    int col = 0; // 1-based
+    Type type = Empty;
+    QString text;        // String and Error: the value; Number: empty (see rawNumber)
+    // Number: the stored digits; Boolean: "0" or "1". Valid only during the visit.
+    const char* raw = "";
+    int rawLen = 0;
+    QByteArray rawNumber() const { return QByteArray(raw, rawLen); }
+    bool hasFormula = false;
+    QString formula;
+    int style = -1;      // cell format index; -1 when neither the cell nor its column has one
+};
+
+// Receives a sheet's cells in the order the sheet stores them.
+class XlsxCellVisitor
+{
+public:
+    virtual ~XlsxCellVisitor() = default;
+    virtual void cell(const XlsxCell& cell) = 0;
+    // Column widths as stored (character units), for writers that rewrite the sheet.
+    virtual void columnWidth(int /*firstCol*/, int /*lastCol*/, double /*width*/) {}
+};
+
+// Reads a workbook package: its sheets in workbook order, the date system, the cell
+// formats and shared strings, and each sheet's cells streamed to a visitor. Dimensions
+// are what the cells present make them, whatever the sheet claims.
+class XlsxWorkbookReader
+{
+public:
+    struct SheetInfo {
+        QString name;
+        QString part;     // package part, empty when the workbook names none
+        bool chart = false;
+    };
+
+    bool open(const QString& fileName, QString& err);
+
+    const QVector<SheetInfo>& sheets() const { return m_sheets; }
+    QStringList sheetNames() const;
+    // The sheet the workbook opens on (a worksheet), or -1.
+    int currentSheet() const { return m_current; }
+    bool is1904() const { return m_1904; }
+    const XlsxStyles& styles() const { return m_styles; }
+
+    bool readSheet(int index, XlsxCellVisitor& visitor, QString& err);
+
+    // Value of a number cell as text, the way a variant holding the double prints it.
+    static QString numberText(const char* raw, int len);
+    static QString numberText(const QByteArray& raw) { return numberText(raw.constData(), raw.size()); }
+    // The digits are followed by a NUL, as stored digits and QByteArray data are.
+    static double toDouble(const char* raw, bool* ok = nullptr);
+    static double toDouble(const QByteArray& raw, bool* ok = nullptr) { return toDouble(raw.constData(), ok); }
+    // The date, time or date-time a number stands for; invalid when out of range.
+    static QVariant dateTimeFromNumber(double number, bool is1904);
+
+    static constexpr int kMaxRows = 1048576;
+    static constexpr int kMaxColumns = 16384;
+
+private:
+    bool loadSharedStrings(QString& err);
+
+    XlsxZipArchive m_zip;
+    QVector<SheetInfo> m_sheets;
+    QVector<QString> m_sharedStrings;
+    QString m_sharedStringsPart;
+    bool m_sharedStringsLoaded = false;
+    XlsxStyles m_styles;
+    int m_current = -1;
+    bool m_1904 = false;
+};

@@ -1,0 +1,107 @@
+#include "VantorStatisticAssist.h"
+
+#include <algorithm>
+#include <limits>
+
+namespace {
+constexpr double kTolerance = 1e-10;
+constexpr double kLowest = std::numeric_limits<double>::lowest();
+constexpr double kLargest = std::numeric_limits<double>::max();
+} // namespace
+
+VantorStatisticAssist::VantorStatisticAssist(int maxCount, int validMinCount)
+    : m_maxCount(std::max(maxCount, 0))
+    , m_validMinCount(std::min(m_maxCount, validMinCount))
+    , m_max(kLowest)
+    , m_min(kLargest)
+{
+}
+
+void VantorStatisticAssist::AppendData(double value)
+{
+    double removed = 0.0;
+    if (m_maxCount != 0 && m_data.size() >= m_maxCount)
+        removed = m_data.takeFirst();
+    m_data.append(value);
+    m_sum += value - removed;
+    m_avg = m_sum / m_data.size();
+    recalcMinMaxValue(value, removed);
+}
+
+void VantorStatisticAssist::ClearAllData()
+{
+    m_data.clear();
+    reset();
+}
+
+double VantorStatisticAssist::GetMaxData(bool* valid) const
+{
+    if (valid)
+        *valid = checkValidation();
+    return m_max;
+}
+
+double VantorStatisticAssist::GetMinData(bool* valid) const
+{
+    if (valid)
+        *valid = checkValidation();
+    return m_min;
+}
+
+double VantorStatisticAssist::GetAvgData(bool* valid) const
+{
+    if (valid)
+        *valid = checkValidation();
+    return m_avg;
+}
+
+bool VantorStatisticAssist::IsQueueFull() const
+{
+    return m_maxCount != 0 && m_data.size() >= m_maxCount;
+}
+
+void VantorStatisticAssist::SetMaxCount(int maxCount)
+{
+    m_maxCount = std::max(maxCount, 0);
+}
+
+void VantorStatisticAssist::SetValidMinCount(int validMinCount)
+{
+    m_validMinCount = std::min(validMinCount, m_maxCount);
+}
+
+bool VantorStatisticAssist::checkValidation() const
+{
+    return m_validMinCount == 0 || m_data.size() >= m_validMinCount;
+}
+
+void VantorStatisticAssist::recalcMinMaxValue(double added, double removed)
+{
+    // Only a bounded window loses samples; when the one that left may have been the
+    // extreme, the window is scanned once for the new one.
+    if (added >= m_max - kTolerance) {
+        m_max = added;
+    } else if (m_maxCount >= 1 && removed >= m_max - kTolerance) {
+        double max = kLowest;
+        for (double v : qAsConst(m_data))
+            max = std::max(max, v);
+        m_max = max;
+    }
+
+    if (added <= m_min + kTolerance) {
+        m_min = added;
+    } else if (m_maxCount >= 1 && removed <= m_min + kTolerance) {
+        double min = kLargest;
+        for (double v : qAsConst(m_data))
+            min = std::min(min, v);
+        m_min = min;
+    }
+}
+
+void VantorStatisticAssist::reset()
+{
+    m_max = kLowest;
+    m_min = kLargest;
+    m_avg = 0;
+    m_sum = 0;
+}

@@ -1,0 +1,387 @@
+#include "VantorUtils.h"
+#include "tables/TableFileAssist.h"
+
+#include <LmMessageBox.h>
+
+#include <QTemporaryDir>
+#include <QTextCodec>
+#include <QtTest>
+
+using Table = QList<QStringList>;
+using Heads = QList<QMap<QString, QVariant>>;
+using Rows = QList<QMap<int, QMap<QString, QVariant>>>;
+
+class TestTableCsv : public QObject
+{
+    Q_OBJECT
+
+private:
+    QTemporaryDir m_dir;
+
+    QString writeBytes(const QString& name, const QByteArray& bytes)
+    {
+        const QString path = m_dir.filePath(name);
+        QFile f(path);
+        f.open(QIODevice::WriteOnly | QIODevice::Truncate);
+        f.write(bytes);
+        return path;
+    }
+    static QByteArray readBytes(const QString& path)
+    {
+        QFile f(path);
+        f.open(QIODevice::ReadOnly);
+        return f.readAll();
+    }
+    static QByteArray gb(const QString& s) { return QTextCodec::codecForName("GB18030")->fromUnicode(s); }
+
+private slots:
+    void readSplitsNaively_data()
+    {
+        QTest::addColumn<QByteArray>("content");
+        QTest::addColumn<int>("cfg");
+        QTest::addColumn<Table>("expected");
+        QTest::newRow("quoted comma splits") << QByteArray("a,\"b,c\",d\n") << 0 << Table{{"a", "b", "c", "d"}};
+        QTest::newRow("quotes dropped then trimmed") << QByteArray("\" x \",  y  ,\"\"\n") << 0 << Table{{"x", "y", ""}};
+        QTest::newRow("commas only kept") << QByteArray("1,2\n,,\n") << 0 << Table{{"1", "2"}, {"", "", ""}};
+        QTest::newRow("commas only skipped") << QByteArray("1,2\n,,\n") << 1 << Table{{"1", "2"}};
+        QTest::newRow("empty line kept as one cell") << QByteArray("a\n\nb") << 0 << Table{{"a"}, {""}, {"b"}};
+        QTest::newRow("empty line skipped") << QByteArray("a\n\nb") << 1 << Table{{"a"}, {"b"}};
+        QTest::newRow("crlf and stray cr") << QByteArray("a,b\r\nc\rd,e\r\n") << 0 << Table{{"a", "b"}, {"cd", "e"}};
+        QTest::newRow("utf-8 bom dropped") << QByteArray("\xEF\xBB\xBFh1,h2\n") << 0 << Table{{"h1", "h2"}};
+        QTest::newRow("empty file") << QByteArray() << 0 << Table{};
+        QTest::newRow("ideographic space trimmed") << QString::fromUtf8("\u3000中文\u3000,x").toUtf8() << 0
+                                                   << Table{{QString::fromUtf8("中文"), "x"}};
+    }
+
+    void readSplitsNaively()
+    {
+        QFETCH(QByteArray, content);
+        QFETCH(int, cfg);
+        QFETCH(Table, expected);
+        const QString path = writeBytes("naive.csv", content);
+        QString err;
+        QCOMPARE(VantorUtils::ReadTableData(path, ReadTableCfg(cfg), err), expected);
+        QVERIFY(err.isEmpty());
+    }
+
+    void readLongFileAcrossChunks()
+    {
+        // Multi-byte characters straddle the reader's block boundaries.
+        QString text;
+        Table expected;
+        for (int i = 0; i < 120000; ++i) {
+            const QString a = QStringLiteral("名称%1").arg(i);
+            text += a + QLatin1Char(',') + QString::number(i * 3) + QLatin1String("\r\n");
+            expected.append({a, QString::number(i * 3)});
+        }
+        for (const char* codec : {"UTF-8", "GB18030"}) {
+            const QString path = writeBytes(QStringLiteral("long-%1.csv").arg(codec),
+                                            QTextCodec::codecForName(codec)->fromUnicode(text));
+            QCOMPARE(VantorUtils::ChargeFileCodec(path), QString::fromLatin1(codec));
+            QString err;
+            QCOMPARE(VantorUtils::ReadTableData(path, ReadAllRows, err), expected);
+        }
+    }
+
+    void everyTwoByteGb18030Character()
+    {
+        // The reader decodes two-byte characters through its own table: it must agree
+        // with the codec on each of them.
+        QByteArray bytes;
+        for (int lead = 0x81; lead <= 0xFE; ++lead) {
+            for (int trail = 0x40; trail <= 0xFE; ++trail) {
+                if (trail == 0x7F)
+                    continue;
+                bytes.append(char(lead)).append(char(trail));
+            }
+            bytes.append("\n");
+        }
+        Table expected;
+        for (const QString& line : QTextCodec::codecForName("GB18030")->toUnicode(bytes).split(QLatin1Char('\n')))
+            expected.append({line.trimmed()});
+        expected.removeLast();
+        QString err;
+        QCOMPARE(VantorUtils::ReadTableData(writeBytes("all-gb.csv", bytes), ReadAllRows, err), expected);
+    }
+
+    void repeatedValuesStayApart()
+    {
+        // Cells of a column that repeat a few values share them; values that merely
+        // look alike (same length, same hash slot by chance) must not.
+        QByteArray text;
+        Table expected;
+        for (int i = 0; i < 3000; ++i) {
+            const QString a = QStringLiteral("状态%1").arg(i % 7);
+            const QString b = QString::number(i % 2 ? i : i % 5);
+            const QString c = i % 3 ? QStringLiteral("ab") : QStringLiteral("ba");
+            text += (QLatin1Char('"') + a + QLatin1String("\", ") + b + QLatin1Char(',') + c + QLatin1String("\r\n")).toUtf8();
+            expected.append({a, b, c});
+        }
+        QString err;
+        QCOMPARE(VantorUtils::ReadTableData(writeBytes("repeats.csv", text), ReadAllRows, err), expected);
+    }
+
+    void codecDetection_data()
+    {
+        QTest::addColumn<QByteArray>("content");
+        QTest::addColumn<QString>("codec");
+        QTest::newRow("ascii is utf-8") << QByteArray("a,b\n1,2\n") << "UTF-8";
+        QTest::newRow("utf-8 chinese") << QString::fromUtf8("代码,名称\n").toUtf8() << "UTF-8";
+        QTest::newRow("gbk chinese") << gb(QString::fromUtf8("代码,名称\n")) << "GB18030";
+        QTest::newRow("gb18030 four-byte") << gb(QString::fromUtf8("€\u00e9\U0001F600\n")) << "GB18030";
+        QTest::newRow("utf-8 that is also gb18030") << QByteArray("\xC3\xA9\xC3\xA9") << "UTF-8";
+        QTest::newRow("invalid in both") << QByteArray("a,\xFF\xFF\n") << "";
+        QTest::newRow("gbk cut at the end") << QByteArray("ab\xB4") << "";
+        QTest::newRow("nul bytes") << QByteArray("a,b\n\0\0c\n", 8) << "";
+    }
+
+    void codecDetection()
+    {
+        QFETCH(QByteArray, content);
+        QFETCH(QString, codec);
+        const QString path = writeBytes("codec.csv", content);
+        QCOMPARE(VantorUtils::ChargeFileCodec(path), codec);
+        QString err;
+        const Table rows = VantorUtils::ReadTableData(path, ReadAllRows, err);
+        if (codec.isEmpty()) {
+            QCOMPARE(err, QStringLiteral("不支持的文件编码方式，请使用UTF-8或者GB2312编码！"));
+            QVERIFY(rows.isEmpty());
+        } else {
+            QVERIFY2(err.isEmpty(), qPrintable(err));
+        }
+    }
+
+    void missingFileHasNoCodec()
+    {
+        QTest::ignoreMessage(QtWarningMsg, QRegularExpression(QStringLiteral("不支持的文件编码格式")));
+        QCOMPARE(VantorUtils::ChargeFileCodec(m_dir.filePath("absent.csv")), QString());
+    }
+
+    void dispatchByExtension_data()
+    {
+        QTest::addColumn<QString>("name");
+        QTest::addColumn<QString>("err");
+        QTest::newRow("empty name") << "" << QStringLiteral("文件名为空，请重新选择！");
+        QTest::newRow("upper CSV read") << "DATA.CSV" << "";
+        QTest::newRow("only the extension") << ".csv" << "";
+        QTest::newRow("mixed Xlsx read") << "Data.Xlsx" << "";
+        QTest::newRow("upper XLS refused") << "DATA.XLS" << QStringLiteral("不支持的文件扩展名:XLS！");
+        QTest::newRow("no dot") << "data" << QStringLiteral("找不到文件扩展名！");
+        QTest::newRow("leading dot only") << ".txt" << QStringLiteral("找不到文件扩展名！");
+        QTest::newRow("other extension") << "table.txt" << QStringLiteral("不支持的文件扩展名:txt！");
+    }
+
+    void dispatchByExtension()
+    {
+        QFETCH(QString, name);
+        QFETCH(QString, err);
+        QString path = name;
+        if (err.isEmpty()) {
+            path = m_dir.filePath(name);
+            if (name.endsWith(QLatin1String("CSV"), Qt::CaseInsensitive))
+                writeBytes(name, "h\n1\n");
+            else if (name.endsWith(QLatin1String("xlsx"), Qt::CaseInsensitive))
+                QVERIFY(VantorUtils::WriteTableData({{"h"}, {"1"}}, path, {}, false, ExportFileCodeUtf8, false));
+        }
+        QString got;
+        const Table rows = VantorUtils::ReadTableData(path, ReadAllRows, got);
+        QCOMPARE(got, err);
+        if (err.isEmpty())
+            QCOMPARE(rows, (Table{{"h"}, {"1"}}));
+    }
+
+    void writeCsvCells_data()
+    {
+        QTest::addColumn<QString>("cell");
+        QTest::addColumn<bool>("numeric");
+        QTest::addColumn<QByteArray>("line");
+        QTest::newRow("numeric loses separators") << "1,234.50" << true << QByteArray("\"1234.50\"");
+        QTest::newRow("numeric loses spaces") << "1 234" << true << QByteArray("\"1234\"");
+        QTest::newRow("plain quoted") << "abc" << false << QByteArray("\"abc\"");
+        QTest::newRow("quote becomes backquote") << "say \"hi\"" << false << QByteArray("say `hi`");
+        QTest::newRow("comma and quote kept") << "a,\"b\"" << false << QByteArray("\"a,\"b\"\"");
+        QTest::newRow("crlf quoted") << "a\r\nb" << false << QByteArray("\"a\r\nb\"");
+        QTest::newRow("empty cell") << "" << false << QByteArray("\"\"");
+    }
+
+    void writeCsvCells()
+    {
+        QFETCH(QString, cell);
+        QFETCH(bool, numeric);
+        QFETCH(QByteArray, line);
+        const QString path = m_dir.filePath("cells.csv");
+        QMap<int, ExportFormat> formats;
+        if (numeric)
+            formats.insert(1, ExportFormatNumber);
+        QString err;
+        QVERIFY(VantorUtils::WriteTableData({{"k", "v"}, {"x", cell}}, path, formats, false, ExportFileCodeUtf8, false, err));
+        QCOMPARE(readBytes(path), QByteArray("\"k\",\"v\"\r\n\"x\",") + line + "\r\n");
+    }
+
+    void writeCsvCodecs()
+    {
+        const QString path = m_dir.filePath("codec-out.csv");
+        const Table data{{QStringLiteral("名称")}, {QStringLiteral("数据")}};
+        QVERIFY(VantorUtils::WriteTableData(data, path, {}, false, ExportFileCodeGb18030, false));
+        QCOMPARE(readBytes(path), gb(QStringLiteral("\"名称\"\r\n\"数据\"\r\n")));
+        QVERIFY(VantorUtils::WriteTableData(data, path, {}, false, ExportFileCodeUtf8, false));
+        QCOMPARE(readBytes(path), QStringLiteral("\"名称\"\r\n\"数据\"\r\n").toUtf8()); // no byte-order mark
+    }
+
+    void appendCsvDropsHeaderOnlyWhenFileHasContent_data()
+    {
+        QTest::addColumn<QByteArray>("before");
+        QTest::addColumn<bool>("exists");
+        QTest::addColumn<QByteArray>("after");
+        QTest::newRow("non-empty") << QByteArray("\"h\"\r\n\"1\"\r\n") << true << QByteArray("\"h\"\r\n\"1\"\r\n\"2\"\r\n");
+        QTest::newRow("empty") << QByteArray() << true << QByteArray("\"h\"\r\n\"2\"\r\n");
+        QTest::newRow("new") << QByteArray() << false << QByteArray("\"h\"\r\n\"2\"\r\n");
+    }
+
+    void appendCsvDropsHeaderOnlyWhenFileHasContent()
+    {
+        QFETCH(QByteArray, before);
+        QFETCH(bool, exists);
+        QFETCH(QByteArray, after);
+        const QString path = m_dir.filePath("append.csv");
+        QFile::remove(path);
+        if (exists)
+            writeBytes("append.csv", before);
+        QVERIFY(VantorUtils::WriteTableData({{"h"}, {"2"}}, path, {}, false, ExportFileCodeUtf8, true));
+        QCOMPARE(readBytes(path), after);
+    }
+
+    void writeFailures()
+    {
+        const QString untouched = m_dir.filePath("untouched.csv");
+        QString err;
+        QVERIFY(!VantorUtils::WriteTableData({}, untouched, {}, false, ExportFileCodeUtf8, false, err));
+        QCOMPARE(err, QStringLiteral("无数据可写入！"));
+        QVERIFY(!QFile::exists(untouched));
+
+        err.clear();
+        QVERIFY(!VantorUtils::WriteTableData({{"a"}}, m_dir.filePath("no/such/dir/x.csv"), {}, false, ExportFileCodeUtf8,
+                                             false, err));
+        QCOMPARE(err, QStringLiteral("文件打开失败！"));
+
+        QVERIFY(!VantorUtils::WriteTableDatas(m_dir.filePath("multi.txt"), {{"s", {{"a"}}}}, {}, err));
+        QCOMPARE(err, QStringLiteral("多表格导出功能不支持csv格式导出"));
+    }
+
+    void fileThatCannotBeRemovedIsReported()
+    {
+        // A folder where the file should be cannot be removed, like a file held open.
+        QTemporaryDir dir;
+        const QString path = dir.filePath("held.csv");
+        QVERIFY(QDir(dir.path()).mkpath("held.csv/inner"));
+        QList<LmMessageBox::Shown> shown;
+        LmMessageBox::setAnswerHook([&](const LmMessageBox::Shown& s) { shown.append(s); return 0; });
+        QString err;
+        const bool ok = VantorUtils::WriteTableData({{"a"}}, path, {}, true, ExportFileCodeUtf8, false, err);
+        const bool quiet = VantorUtils::WriteTableData({{"a"}}, path, {}, false, ExportFileCodeUtf8, false);
+        LmMessageBox::clearAnswerHook();
+        QVERIFY(!ok);
+        QVERIFY(!quiet);
+        QCOMPARE(err, QStringLiteral("文件已经打开无法重写 请关闭文件后再试"));
+        QCOMPARE(shown.size(), 1);
+        QCOMPARE(shown.first().title, QStringLiteral("导出文件"));
+        QCOMPARE(shown.first().text, err);
+        QCOMPARE(shown.first().type, 1);
+        QVERIFY(QFileInfo(dir.filePath("held.csv/inner")).isDir());
+
+        QVERIFY(QDir(dir.path()).mkpath("held.xlsx/inner"));
+        QVERIFY(!VantorUtils::WriteTableDatas(dir.filePath("held.xlsx"), {{"s", {{"a"}}}}, {}, err));
+        QCOMPARE(err, QStringLiteral("文件导出失败，文件名：") + dir.filePath("held.xlsx"));
+    }
+
+    void freshWriteLeavesNoTemporaryFiles()
+    {
+        QTemporaryDir dir;
+        const QString path = dir.filePath("t.csv");
+        QVERIFY(VantorUtils::WriteTableData({{"a"}, {"b"}}, path, {}, false, ExportFileCodeUtf8, false));
+        QVERIFY(VantorUtils::WriteTableData({{"a"}, {"b"}}, dir.filePath("t.xlsx"), {}, false, ExportFileCodeUtf8, false));
+        QCOMPARE(QDir(dir.path()).entryList(QDir::Files | QDir::Hidden).size(), 2);
+    }
+
+    // ---- rows from on-screen tables and trees ----
+
+    void tableContent_data()
+    {
+        QTest::addColumn<Heads>("heads");
+        QTest::addColumn<Rows>("rows");
+        QTest::addColumn<bool>("allColumns");
+        QTest::addColumn<QList<int>>("columns");
+        QTest::addColumn<Table>("expected");
+
+        const Heads heads{{{"Head_DisplayRole", "A"}, {"Head_ColumnIndex", 0}},
+                          {{"Head_DisplayRole", "B"}, {"Head_ColumnIndex", 1}, {"Head_ShowRole", false}},
+                          {{"Head_DisplayRole", "C"}, {"Head_ColumnIndex", 2}}};
+        const Rows rows{{{0, {{"0", "a0"}}}, {1, {{"0", "b0"}, {"257", "b1"}}}, {2, {{"0", "x"}, {"257", "y"}, {"259", "z"}}}},
+                        {{0, {}}}};
+        QTest::newRow("hidden column left out") << heads << rows << false << QList<int>{}
+                                                << Table{{"A", "C"}, {"a0", "z"}, {"", ""}};
+        QTest::newRow("all columns") << heads << rows << true << QList<int>{}
+                                     << Table{{"A", "B", "C"}, {"a0", "b1", "z"}, {"", "", ""}};
+        QTest::newRow("explicit order, out of range ignored") << heads << rows << false << QList<int>{2, 0, 3, -1}
+                                                              << Table{{"C", "A"}, {"z", "a0"}, {"", ""}};
+        QTest::newRow("no rows gives the header") << heads << Rows{} << false << QList<int>{} << Table{{"A", "C"}};
+        const Heads mixed{{{"Head_DisplayRole", "U"}, {"Head_UserRole", 5}},
+                          {{"Head_DisplayRole", "N0"}},
+                          {{"Head_DisplayRole", "I"}, {"Head_ColumnIndex", 0}},
+                          {{"Head_DisplayRole", "N1"}}};
+        QTest::newRow("keys fall through to a running number")
+            << mixed << Rows{{{0, {{"0", "zero"}}}, {1, {{"0", "one"}}}, {5, {{"0", "five"}}}}} << false << QList<int>{}
+            << Table{{"U", "N0", "I", "N1"}, {"five", "zero", "zero", "one"}};
+    }
+
+    void tableContent()
+    {
+        QFETCH(Heads, heads);
+        QFETCH(Rows, rows);
+        QFETCH(bool, allColumns);
+        QFETCH(QList<int>, columns);
+        QFETCH(Table, expected);
+        QCOMPARE(VantorUtils::GetCsvContentFromLmTable(heads, rows, allColumns, columns), expected);
+    }
+
+    void treeContent_data()
+    {
+        QTest::addColumn<int>("mode");
+        QTest::addColumn<QStringList>("names");
+        QTest::newRow("all rows") << 255 << QStringList{"marked", "plain", "nocol", "empty"};
+        QTest::newRow("marked rows") << 2 << QStringList{"marked"};
+        QTest::newRow("unmarked rows") << 0 << QStringList{"plain", "nocol", "empty"};
+        QTest::newRow("other mode like unmarked") << 1 << QStringList{"plain", "nocol", "empty"};
+    }
+
+    void treeContent()
+    {
+        QFETCH(int, mode);
+        QFETCH(QStringList, names);
+        const Heads heads{{{"Head_DisplayRole", "Name"}, {"Head_ColumnIndex", 0}}};
+        const Rows rows{{{0, {{"0", "marked"}}}, {1, {{"256", "x"}}}},
+                        {{0, {{"0", "plain"}}}, {1, {{"256", ""}}}},
+                        {{0, {{"0", "nocol"}}}},
+                        {}};
+        const Table table = VantorUtils::GetCsvContentFromLmTree(heads, rows, 1, mode, false);
+        QStringList got;
+        for (int i = 1; i < table.size(); ++i)
+            got.append(table.at(i).first().isEmpty() ? QStringLiteral("empty") : table.at(i).first());
+        QCOMPARE(got, names);
+    }
+
+    void columnFormats()
+    {
+        const Heads heads{{{"Head_FormatRole", 1}},
+                          {{"Head_FormatRole", 1}, {"Head_ShowRole", false}},
+                          {},
+                          {{"Head_FormatRole", 7}}};
+        QCOMPARE(VantorUtils::GetColumnFormatFromHead(heads, false),
+                 (QMap<int, ExportFormat>{{0, ExportFormatNumber}, {1, ExportFormatText}, {2, ExportFormat(7)}}));
+        QCOMPARE(VantorUtils::GetColumnFormatFromHead(heads, true).size(), 4);
+        QCOMPARE(VantorUtils::GetColumnFormatFromHead(heads, true).value(1), ExportFormatNumber);
+    }
+};
+
+QTEST_GUILESS_MAIN(TestTableCsv)
+#include "tst_tablecsv.moc"

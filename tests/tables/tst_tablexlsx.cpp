@@ -1,0 +1,299 @@
+#include "VantorUtils.h"
+#include "tables/XlsxWorkbookReader.h"
+
+#include <QDirIterator>
+#include <QElapsedTimer>
+#include <QJsonArray>
+#include <QJsonDocument>
+#include <QJsonObject>
+#include <QProcess>
+#include <QTemporaryDir>
+#include <QtTest>
+
+using Table = QList<QStringList>;
+
+namespace {
+const QString kPython = QStringLiteral("/usr/bin/python3");
+const QString kProbe = QStringLiteral(VANTOR_TEST_SOURCE_DIR "/xlsx_probe.py");
+const QString kCorpus = QStringLiteral(VANTOR_SOURCE_ROOT "/../shared/corpus/xlsx");
+} // namespace
+
+class TestTableXlsx : public QObject
+{
+    Q_OBJECT
+
+private:
+    QTemporaryDir m_dir;
+    bool m_haveProbe = false;
+
+    QJsonObject dump(const QString& path)
+    {
+        QProcess p;
+        p.start(kPython, {kProbe, QStringLiteral("dump"), path});
+        p.waitForFinished(60000);
+        return QJsonDocument::fromJson(p.readAllStandardOutput()).object();
+    }
+
+    static QJsonObject cellAt(const QJsonObject& sheet, const QString& ref)
+    {
+        for (const QJsonValue& v : sheet.value("cells").toArray()) {
+            if (v.toObject().value("ref").toString() == ref)
+                return v.toObject();
+        }
+        return {};
+    }
+
+    Table read(const QString& path, ReadTableCfg cfg, QString& err)
+    {
+        err.clear();
+        return VantorUtils::ReadTableData(path, cfg, err);
+    }
+
+private slots:
+    void initTestCase()
+    {
+        QProcess p;
+        p.start(kPython, {kProbe, QStringLiteral("make"), m_dir.path()});
+        m_haveProbe = p.waitForFinished(120000) && p.exitCode() == 0;
+        if (!m_haveProbe)
+            qWarning() << "openpyxl cross-checks skipped:" << p.readAllStandardError();
+    }
+
+    void writtenWorkbookSeenByOpenpyxl()
+    {
+        if (!m_haveProbe)
+            QSKIP("python3-openpyxl is not available");
+        const QString path = m_dir.filePath("written.xlsx");
+        const Table data{{"名称", "比例", "价格", "数量"},
+                         {"甲", "12.5%", "1.123456", "1,000"},
+                         {"乙", "3%", "2", "2 000"},
+                         {"丙", "", "x", "7"}};
+        const QMap<int, ExportFormat> formats{{1, ExportFormatNumber}, {2, ExportFormatNumber}, {3, ExportFormatNumber}};
+        QString err;
+        QVERIFY(VantorUtils::WriteTableData(data, path, formats, false, ExportFileCodeGb18030, false, err));
+        const QJsonObject sheet = dump(path).value("sheets").toArray().first().toObject();
+        QCOMPARE(sheet.value("name").toString(), QStringLiteral("Sheet1"));
+
+        const QJsonObject header = cellAt(sheet, "B1");
+        QCOMPARE(header.value("value").toString(), QStringLiteral("比例"));
+        QVERIFY(header.value("bold").toBool());
+        QCOMPARE(header.value("size").toDouble(), 14.0);
+        for (const char* col : {"A", "B", "C", "D"})
+            QCOMPARE(int(sheet.value("widths").toObject().value(col).toDouble()), 30);
+
+        struct Expect { const char* ref; double value; const char* format; };
+        const Expect expects[] = {{"B2", 0.125, "0.0 %"}, {"B3", 0.03, "0.0 %"}, {"C2", 1.123456, "0.00000"},
+                                  {"C3", 2, "0.00000"}, {"C4", 0, "0.00000"}, {"D2", 1000, "0"}, {"D3", 2000, "0"}};
+        for (const Expect& e : expects) {
+            const QJsonObject c = cellAt(sheet, e.ref);
+            QVERIFY2(qFuzzyCompare(1 + c.value("value").toDouble(), 1 + e.value), e.ref);
+            QCOMPARE(c.value("format").toString(), QString::fromLatin1(e.format));
+        }
+        QCOMPARE(cellAt(sheet, "A4").value("value").toString(), QStringLiteral("丙"));
+
+        // And the library reads its own workbook back (inline strings of a streamed write).
+        const Table back = read(path, ReadAllRows, err);
+        QVERIFY(err.isEmpty());
+        QCOMPARE(back.size(), 4);
+        QCOMPARE(back.at(1), (QStringList{"甲", "0.125", "1.123456", "1000"}));
+        QCOMPARE(back.at(3), (QStringList{"丙", "0", "0", "7"}));
+    }
+
+    void appendGoesAfterExistingRows()
+    {
+        const QString path = m_dir.filePath("append.xlsx");
+        Table first{{"h1", "h2"}};
+        for (int i = 1; i < 10; ++i)
+            first.append({QString::number(i), QStringLiteral("行%1").arg(i)});
+        QVERIFY(VantorUtils::WriteTableData(first, path, {{0, ExportFormatNumber}}, false, ExportFileCodeUtf8, false));
+        QVERIFY(VantorUtils::WriteTableData({{"h1", "h2"}, {"10", "新"}, {"11", "新2"}}, path, {{0, ExportFormatNumber}},
+                                            false, ExportFileCodeUtf8, true));
+        QString err;
+        const Table back = read(path, ReadAllRows, err);
+        QCOMPARE(back.size(), 12);
+        QCOMPARE(back.at(0), (QStringList{"h1", "h2"}));
+        QCOMPARE(back.at(9), (QStringList{"9", "行9"}));
+        QCOMPARE(back.at(10), (QStringList{"10", "新"}));
+        QCOMPARE(back.at(11), (QStringList{"11", "新2"}));
+        if (m_haveProbe) {
+            const QJsonObject sheet = dump(path).value("sheets").toArray().first().toObject();
+            QVERIFY(cellAt(sheet, "A1").value("bold").toBool()); // the old header keeps its format
+            QCOMPARE(int(sheet.value("widths").toObject().value("A").toDouble()), 30);
+        }
+
+        // Appending to a workbook that cannot be read leaves it untouched.
+        const QString broken = m_dir.filePath("broken.xlsx");
+        QFile f(broken);
+        QVERIFY(f.open(QIODevice::WriteOnly));
+        f.write("not a workbook");
+        f.close();
+        QVERIFY(!VantorUtils::WriteTableData({{"a"}, {"1"}}, broken, {}, false, ExportFileCodeUtf8, true, err));
+        QVERIFY(!err.isEmpty());
+        QCOMPARE(QFileInfo(broken).size(), qint64(14));
+    }
+
+    void severalSheetsInOrder()
+    {
+        const QString path = m_dir.filePath("multi.xlsx");
+        const QList<QPair<QString, Table>> sheets{{"乙", {{"b"}, {"2"}}}, {"甲", {{"a"}, {"1"}}}, {"", {{"c"}}}};
+        QString err = "stale";
+        QVERIFY(VantorUtils::WriteTableDatas(path, sheets, {{"甲", {{0, ExportFormatNumber}}}}, err));
+        QVERIFY(err.isEmpty());
+        const auto back = VantorUtils::ReadMultiSheetTables(path, ReadAllRows);
+        QCOMPARE(back.size(), 3);
+        QCOMPARE(back.at(0).first, QStringLiteral("乙"));
+        QCOMPARE(back.at(1).first, QStringLiteral("甲"));
+        QCOMPARE(back.at(2).first, QStringLiteral("Sheet3"));
+        QCOMPARE(back.at(1).second, (Table{{"a"}, {"1"}}));
+        QCOMPARE(back.at(2).second, (Table{{"c"}}));
+        // The multi-sheet reader wants the lower-case extension exactly.
+        QFile::copy(path, m_dir.filePath("multi.XLSX"));
+        QVERIFY(VantorUtils::ReadMultiSheetTables(m_dir.filePath("multi.XLSX"), ReadAllRows).isEmpty());
+        // The save result is deliberately not looked at: a folder that does not exist still "succeeds".
+        QVERIFY(VantorUtils::WriteTableDatas(m_dir.filePath("nowhere/x.xlsx"), sheets, {}, err));
+        QVERIFY(!QFile::exists(m_dir.filePath("nowhere/x.xlsx")));
+    }
+
+    void workbookFromOpenpyxl()
+    {
+        if (!m_haveProbe)
+            QSKIP("python3-openpyxl is not available");
+        const QString path = m_dir.filePath("openpyxl.xlsx");
+        QString err;
+        QTest::ignoreMessage(QtWarningMsg, QRegularExpression(QStringLiteral("公式：=?SUM\\(C2:C4\\)")));
+        const Table all = read(path, ReadAllRows, err);
+        QCOMPARE(err, QStringLiteral("Excel文件中存在公式，Korvo目前不支持Excel公式的导入，请检查！"));
+        QCOMPARE(all.size(), 6);
+        QCOMPARE(all.at(0), (QStringList{"代码", "名称", "数量", "开关"}));
+        QCOMPARE(all.at(1), (QStringList{"600000", "浦发银行", "1200", "true"}));
+        QCOMPARE(all.at(2), (QStringList{"", "", "", ""}));
+        QCOMPARE(all.at(3), (QStringList{"000001", "平安银行", "3.25", "false"}));
+        QCOMPARE(all.at(4), (QStringList{"", "", "", ""})); // the formula cell reads as empty
+        QCOMPARE(all.at(5), (QStringList{"2024-01-02", "2024-01-02T03:04:05.000", "13:30:00.000", "0.125"}));
+
+        QTest::ignoreMessage(QtWarningMsg, QRegularExpression(QStringLiteral("公式")));
+        const Table kept = read(path, SkipEmptyRows, err);
+        QCOMPARE(kept.size(), 4); // the empty row and the formula-only row are dropped
+        QCOMPARE(kept.at(3).first(), QStringLiteral("2024-01-02"));
+
+        const auto sheets = VantorUtils::ReadMultiSheetTables(path, ReadAllRows);
+        QCOMPARE(sheets.size(), 2);
+        QCOMPARE(sheets.at(1).first, QStringLiteral("第二页"));
+        QCOMPARE(sheets.at(1).second, (Table{{"x"}}));
+
+        const Table mac = read(m_dir.filePath("mac1904.xlsx"), ReadAllRows, err);
+        QCOMPARE(mac, (Table{{"2024-01-02"}, {"2024-01-02T06:00:00.000"}}));
+    }
+
+    void badFilesEndWithAnError_data()
+    {
+        QTest::addColumn<QString>("file");
+        QTest::addColumn<QString>("err");
+        QTest::newRow("truncated") << "truncated.xlsx" << QStringLiteral("Excel文件无法打开或已损坏，请检查文件后再试！");
+        QTest::newRow("missing sheet part") << "missing-sheet.xlsx" << QStringLiteral("Excel文件缺少工作表内容，请检查文件后再试！");
+        QTest::newRow("zip bomb") << "bomb.xlsx" << QStringLiteral("Excel文件解压后的内容超出上限，文件可能已损坏，请检查文件！");
+        QTest::newRow("entity expansion") << "entities.xlsx" << QStringLiteral("Excel文件中的内容格式错误，请检查文件并重新编辑保存后再试！");
+        QTest::newRow("million columns") << "million-columns.xlsx" << QStringLiteral("Excel文件的行数或列数超出上限，请检查文件！");
+        QTest::newRow("no cells") << "empty" << QStringLiteral("获取到的行数或列数小于等于0，请检查文件并重新编辑保存后再试，如仍有问题，请联系KORVO技术支持获取帮助。");
+    }
+
+    void badFilesEndWithAnError()
+    {
+        QFETCH(QString, file);
+        QFETCH(QString, err);
+        if (!m_haveProbe)
+            QSKIP("python3 is not available to build the broken packages");
+        QString path = m_dir.filePath(file);
+        if (file == "empty") {
+            path = m_dir.filePath("empty.xlsx");
+            QVERIFY(VantorUtils::WriteTableDatas(path, {{"空", {}}}, {}));
+        }
+        QElapsedTimer timer;
+        timer.start();
+        QString got;
+        const Table rows = read(path, ReadAllRows, got);
+        QCOMPARE(got, err);
+        QVERIFY(rows.isEmpty());
+        QVERIFY2(timer.elapsed() < 5000, "a bad file must not keep the reader busy");
+        VantorUtils::ReadMultiSheetTables(path, ReadAllRows); // no crash either way
+    }
+
+    void numberTextMatchesVariantText()
+    {
+        // The reader's short cut for plain decimals prints exactly what a double would.
+        const char* samples[] = {"0", "1", "7", "42", "100", "10", "1200000", "99999999", "123456789012345",
+                                 "1234567890123456", "0.5", "-0.5", "0.0001", "0.00001", "0.000123", "12.5",
+                                 "1200.5", "3.25", "1.123456", "-17.75", "1E-3", "1e10", "2.50", "007", "-0",
+                                 "0.1000000000000000055511151231257827", "123456789.123456789", "100000",
+                                 "2000000", "-3000000", "12300000", "1230000000", "12345000000", "-9000000000"};
+        for (const char* s : samples) {
+            const QByteArray raw(s);
+            QCOMPARE(XlsxWorkbookReader::numberText(raw), QVariant(raw.toDouble()).toString());
+        }
+        QRandomGenerator rng(7);
+        for (int i = 0; i < 20000; ++i) {
+            const double d = double(rng.bounded(2000000000)) / std::pow(10.0, rng.bounded(9)) - 1000.0;
+            const QByteArray raw = QByteArray::number(d, 'g', 15);
+            QCOMPARE(XlsxWorkbookReader::numberText(raw), QVariant(raw.toDouble()).toString());
+            // Round integers: trailing zeros decide between the plain and the exponent form.
+            const QByteArray round = QByteArray::number(rng.bounded(100000)) + QByteArray(rng.bounded(12), '0');
+            QCOMPARE(XlsxWorkbookReader::numberText(round), QVariant(round.toDouble()).toString());
+        }
+    }
+
+    void dateNumbers_data()
+    {
+        QTest::addColumn<double>("number");
+        QTest::addColumn<bool>("is1904");
+        QTest::addColumn<QString>("text");
+        QTest::newRow("first day") << 1.0 << false << "1900-01-01";
+        QTest::newRow("before the missing leap day") << 59.0 << false << "1900-02-28";
+        QTest::newRow("after the leap-day shift") << 61.0 << false << "1900-03-01";
+        QTest::newRow("date and time") << 45293.5 << false << "2024-01-02T12:00:00.000";
+        QTest::newRow("time only") << 0.75 << false << "18:00:00.000";
+        QTest::newRow("1904 system") << 43830.0 << true << "2024-01-01";
+        QTest::newRow("absurd") << 1e300 << false << "";
+    }
+
+    void dateNumbers()
+    {
+        QFETCH(double, number);
+        QFETCH(bool, is1904);
+        QFETCH(QString, text);
+        const QVariant v = XlsxWorkbookReader::dateTimeFromNumber(number, is1904);
+        QCOMPARE(v.isValid() ? v.toString() : QString(), text);
+    }
+
+    void corpusReadsWithoutCrashing()
+    {
+        if (!QDir(kCorpus).exists())
+            QSKIP("the workbook corpus is not present");
+        int files = 0;
+        int withRows = 0;
+        QDirIterator it(kCorpus, {"*.xlsx"}, QDir::Files);
+        while (it.hasNext()) {
+            const QString path = it.next();
+            ++files;
+            QString err;
+            const Table rows = VantorUtils::ReadTableData(path, SkipEmptyRows, err);
+            if (!rows.isEmpty())
+                ++withRows;
+            const auto sheets = VantorUtils::ReadMultiSheetTables(path, ReadAllRows);
+            // Appending rewrites the workbook; it must survive that too.
+            const QString copy = m_dir.filePath("corpus-copy.xlsx");
+            QFile::remove(copy);
+            QFile::copy(path, copy);
+            QFile::setPermissions(copy, QFileDevice::ReadOwner | QFileDevice::WriteOwner);
+            VantorUtils::WriteTableData({{"h"}, {"appended"}}, copy, {}, false, ExportFileCodeUtf8, true, err);
+            Q_UNUSED(sheets);
+        }
+        QVERIFY(files >= 20);
+        QVERIFY(withRows >= files - 4);
+        QString err;
+        const Table inl = VantorUtils::ReadTableData(kCorpus + "/inlineStrings.xlsx", SkipEmptyRows, err);
+        QVERIFY(!inl.isEmpty());
+    }
+};
+
+QTEST_GUILESS_MAIN(TestTableXlsx)
+#include "tst_tablexlsx.moc"

@@ -1,0 +1,142 @@
+#include "timing/OnceTimerManager.h"
+
+#include <VantorUtils.h>
+
+#include <QTimer>
+#include <QtTest>
+
+namespace {
+
+// Records every id it is called back with.
+class Client : public QObject, public IOnceTimerBase
+{
+public:
+    using QObject::QObject;
+    void timeout(const QString& timerId) override { fired.append(timerId); }
+    QStringList fired;
+};
+
+// Implements the callback without being a QObject.
+class NotAQObject : public IOnceTimerBase
+{
+public:
+    void timeout(const QString&) override {}
+};
+
+QTimer* timerOf(QObject* owner, int index)
+{
+    const auto timers = owner->findChildren<QTimer*>(QString(), Qt::FindDirectChildrenOnly);
+    return index < timers.size() ? timers.at(index) : nullptr;
+}
+
+} // namespace
+
+class TestOnceTimer : public QObject
+{
+    Q_OBJECT
+
+private slots:
+    void idsCountPerObject()
+    {
+        Client a;
+        Client b;
+        QString a0, a1, b0;
+        VantorUtils::OnceTimer(10, &a, a0);
+        VantorUtils::OnceTimer(10, &a, a1);
+        VantorUtils::OnceTimer(10, &b, b0);
+        QCOMPARE(a0, QStringLiteral("0"));
+        QCOMPARE(a1, QStringLiteral("1"));
+        QCOMPARE(b0, QStringLiteral("0"));
+        QTRY_COMPARE(a.fired.size(), 2);
+        QVERIFY(a.fired.contains("0") && a.fired.contains("1"));
+        QTRY_COMPARE(b.fired, QStringList{"0"});
+    }
+
+    void runningTimerIsNotRearmed()
+    {
+        Client c;
+        QString id;
+        VantorUtils::OnceTimer(400, &c, id);
+        QTimer* timer = timerOf(&c, 0);
+        QVERIFY(timer);
+        QVERIFY(timer->isActive());
+        QTRY_VERIFY(timer->remainingTime() < 300);
+
+        // A second call while it runs keeps the first deadline and interval.
+        VantorUtils::OnceTimer(5000, &c, id);
+        QCOMPARE(id, QStringLiteral("0"));
+        QVERIFY(timer->remainingTime() < 300);
+        QCOMPARE(timer->interval(), 400);
+        QTRY_COMPARE(c.fired, QStringList{"0"});
+
+        // After it fired, the same id starts it again, with the new interval.
+        VantorUtils::OnceTimer(30, &c, id);
+        QVERIFY(timer->isActive());
+        QCOMPARE(timer->interval(), 30);
+        QTRY_COMPARE(c.fired, (QStringList{"0", "0"}));
+        QCOMPARE(c.findChildren<QTimer*>().size(), 1);
+    }
+
+    void stop_data()
+    {
+        QTest::addColumn<bool>("nullObject");
+        QTest::addColumn<QString>("id");
+        QTest::addColumn<bool>("stopped");
+        QTest::newRow("second timer") << false << "1" << true;
+        QTest::newRow("first timer") << false << "0" << true;
+        QTest::newRow("not a number") << false << "abc" << false;
+        QTest::newRow("empty id") << false << "" << false;
+        QTest::newRow("beyond the list") << false << "5" << false;
+        QTest::newRow("negative") << false << "-1" << false;
+        QTest::newRow("null object") << true << "0" << false;
+    }
+
+    void stop()
+    {
+        QFETCH(bool, nullObject);
+        QFETCH(QString, id);
+        QFETCH(bool, stopped);
+        Client c;
+        QString first, second;
+        VantorUtils::OnceTimer(40, &c, first);
+        VantorUtils::OnceTimer(40, &c, second);
+        QCOMPARE(VantorUtils::StopOnceTimer(nullObject ? nullptr : &c, id), stopped);
+
+        // A later reference timer: once it fired, a stopped timer would have fired too.
+        Client reference;
+        QString refId;
+        VantorUtils::OnceTimer(150, &reference, refId);
+        QTRY_COMPARE(reference.fired.size(), 1);
+        QStringList expected{"0", "1"};
+        if (stopped)
+            expected.removeAll(id);
+        c.fired.sort();
+        QCOMPARE(c.fired, expected);
+    }
+
+    void objectThatIsNoQObjectGetsNoTimer()
+    {
+        NotAQObject plain;
+        QString id;
+        QTest::ignoreMessage(QtWarningMsg,
+                             "OnceTimerManager::OnceTimer IOnceTimerBase的实现必须同时继承QObject或者其子类，否则无法正确新建和启用定时器");
+        VantorUtils::OnceTimer(10, &plain, id);
+        QVERIFY(id.isEmpty());
+        QVERIFY(!VantorUtils::StopOnceTimer(&plain, QStringLiteral("0")));
+    }
+
+    void destroyedObjectIsForgotten()
+    {
+        auto c = new Client;
+        IOnceTimerBase* key = c;
+        QString id;
+        VantorUtils::OnceTimer(5000, c, id);
+        QVERIFY(VantorUtils::StopOnceTimer(key, id));
+        delete c;
+        // The timers died with the object; the registry must not reach for them.
+        QVERIFY(!VantorUtils::StopOnceTimer(key, id));
+    }
+};
+
+QTEST_MAIN(TestOnceTimer)
+#include "tst_oncetimer.moc"
