@@ -4,6 +4,7 @@
 
 #include <QAtomicInteger>
 
+#include <atomic>
 #include <memory>
 
 class QThread;
@@ -40,4 +41,5 @@ private:
     std::shared_ptr<PendingRequests> m_pending;
     QThread* m_thread = nullptr;
     TcpTransportLink* m_link = nullptr;
+    std::atomic<bool> m_linkGone{false};
 };

@@ -30,9 +30,11 @@ TcpTransport::TcpTransport(const QString& address, QObject* parent)
     // The link goes with its thread, on its thread. This needs no posted event, so it also
     // works when the transport is destroyed after the application object.
     TcpTransportLink* link = m_link;
-    connect(m_thread, &QThread::finished, m_thread, [link] {
+    std::atomic<bool>* linkGone = &m_linkGone;
+    connect(m_thread, &QThread::finished, m_thread, [link, linkGone] {
         link->shutdown();
         delete link;
+        linkGone->store(true, std::memory_order_release);
     }, Qt::DirectConnection);
     m_thread->start();
 }
@@ -43,6 +45,9 @@ TcpTransport::~TcpTransport()
         return;
     m_thread->quit();
     m_thread->wait();
+    // Orders the link's end before the thread object goes, in a way race checkers see.
+    while (!m_linkGone.load(std::memory_order_acquire))
+        QThread::yieldCurrentThread();
     delete m_thread;
 }
 
@@ -81,8 +86,8 @@ int TcpTransport::request(const QString& type, const QString& srcId, const QVari
     const QByteArray frame = WireFrameCodec::encode(id, QLatin1String(WireKind::request), type, srcId,
                                                     WireFrameCodec::encodeMessage(msg));
     auto entry = m_pending->add(id);
-    TcpTransportLink* link = m_link;
-    QMetaObject::invokeMethod(link, [link, id, frame] { link->send(id, frame); }, Qt::QueuedConnection);
+    if (m_link->enqueue(id, frame))
+        QMetaObject::invokeMethod(m_link, "drain", Qt::QueuedConnection);
 
     const qint64 waitMs = qint64(qMin<unsigned long>(timeoutMs, static_cast<unsigned long>(std::numeric_limits<int>::max())));
     bool sent = false;

@@ -45,6 +45,25 @@ QString TcpTransportLink::endpoint() const
     return QStringLiteral("%1:%2").arg(m_host).arg(m_port);
 }
 
+bool TcpTransportLink::enqueue(qint64 id, const QByteArray& frame)
+{
+    std::lock_guard<std::mutex> lock(m_inboxMutex);
+    m_inbox.append({id, frame});
+    return !std::exchange(m_drainPosted, true);
+}
+
+void TcpTransportLink::drain()
+{
+    QVector<QPair<qint64, QByteArray>> inbox;
+    {
+        std::lock_guard<std::mutex> lock(m_inboxMutex);
+        inbox.swap(m_inbox);
+        m_drainPosted = false;
+    }
+    for (const auto& item : inbox)
+        send(item.first, item.second);
+}
+
 void TcpTransportLink::send(qint64 id, const QByteArray& frame)
 {
     if (m_socket->state() == QAbstractSocket::ConnectedState) {

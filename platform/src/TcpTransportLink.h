@@ -7,6 +7,7 @@
 #include <QVector>
 
 #include <memory>
+#include <mutex>
 
 class PendingRequests;
 class QTcpSocket;
@@ -19,6 +20,11 @@ class TcpTransportLink : public QObject
 public:
     TcpTransportLink(const QString& host, quint16 port, std::shared_ptr<PendingRequests> pending);
 
+    // Any thread: hands a frame over to the I/O thread. True when the caller is to post a
+    // call of drain(); frames handed over meanwhile go with the same call.
+    bool enqueue(qint64 id, const QByteArray& frame);
+    // Runs on the I/O thread: sends what was handed over.
+    Q_INVOKABLE void drain();
     // Runs on the I/O thread. Opens the connection first when there is none.
     void send(qint64 id, const QByteArray& frame);
     // Closes the connection; requests in flight fail. Runs on the I/O thread.
@@ -45,4 +51,7 @@ private:
     QVector<QPair<qint64, QByteArray>> m_queued; // waiting for the connection
     QByteArray m_readBuffer;
     bool m_dropping = false;
+    std::mutex m_inboxMutex; // a standard mutex, so that race checkers see the hand-over
+    QVector<QPair<qint64, QByteArray>> m_inbox;
+    bool m_drainPosted = false;
 };

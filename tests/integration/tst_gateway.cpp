@@ -16,6 +16,7 @@
 #include <QtTest>
 
 #include <atomic>
+#include <mutex>
 #include <thread>
 #include <vector>
 
@@ -261,17 +262,25 @@ private slots:
         QVERIFY(gateway.start());
         LmPresenterClass presenter(QStringLiteral("trader"));
         presenter.setTransport(std::make_shared<TcpTransport>(gateway.address()));
+        // Pushes arrive on the transport's I/O thread.
+        std::mutex mutex;
         QHash<QString, QStringList> states;
         int pushes = 0;
+        QStringList types;
         connect(
             &presenter, &LmPresenterClass::pushReceived, this,
             [&](const QString& type, const QVariant& msg) {
-                QCOMPARE(type, QString(Zentra_Values::PushType::orderState));
                 const QVariantMap row = msg.toList().value(0).toMap();
+                std::lock_guard<std::mutex> lock(mutex);
+                types << type;
                 states[row.value(S::orderID).toString()] << row.value(S::orderStatus).toString();
                 ++pushes;
             },
-            Qt::QueuedConnection);
+            Qt::DirectConnection);
+        auto pushCount = [&] {
+            std::lock_guard<std::mutex> lock(mutex);
+            return pushes;
+        };
 
         CPackMessageCommon pack;
         if (count > 1)
@@ -298,7 +307,9 @@ private slots:
         QCOMPARE(ids.size(), count);
         QCOMPARE(QSet<QString>(ids.begin(), ids.end()).size(), count);
 
-        QTRY_COMPARE_WITH_TIMEOUT(pushes, 4 * count, 30000);
+        QTRY_COMPARE_WITH_TIMEOUT(pushCount(), 4 * count, 30000);
+        std::lock_guard<std::mutex> lock(mutex);
+        QCOMPARE(types, QStringList(QVector<QString>(4 * count, Zentra_Values::PushType::orderState).toList()));
         const QStringList expected{Zentra_Values::OrderStatus::pendingNew, Zentra_Values::OrderStatus::newOrder,
                                    Zentra_Values::OrderStatus::partiallyFilled, Zentra_Values::OrderStatus::filled};
         for (const QString& id : ids)

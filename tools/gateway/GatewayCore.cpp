@@ -78,6 +78,34 @@ bool GatewayCore::start(const QString& host, quint16 port, QString* error)
     return true;
 }
 
+void GatewayCore::requestStart(const QString& host, quint16 port, Started done)
+{
+    {
+        std::lock_guard<std::mutex> lock(m_requestMutex);
+        m_requestedHost = host;
+        m_requestedPort = port;
+        m_started = std::move(done);
+    }
+    QMetaObject::invokeMethod(this, "startRequested", Qt::QueuedConnection);
+}
+
+void GatewayCore::startRequested()
+{
+    QString host;
+    quint16 port = 0;
+    Started done;
+    {
+        std::lock_guard<std::mutex> lock(m_requestMutex);
+        host = m_requestedHost;
+        port = m_requestedPort;
+        done = std::move(m_started);
+    }
+    QString error;
+    const bool ok = start(host, port, &error);
+    if (done)
+        done(ok, this->port(), error);
+}
+
 void GatewayCore::shutdown()
 {
     if (m_server) {

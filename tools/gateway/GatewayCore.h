@@ -10,7 +10,9 @@
 #include <QPointer>
 #include <QSet>
 
+#include <functional>
 #include <memory>
+#include <mutex>
 
 class GatewayConnection;
 class QTcpServer;
@@ -28,10 +30,16 @@ public:
     ~GatewayCore() override;
 
     bool start(const QString& host, quint16 port, QString* error);
+
+    // Any thread: asks for start() on the core's thread; `done` receives the outcome there.
+    using Started = std::function<void(bool ok, quint16 port, const QString& error)>;
+    void requestStart(const QString& host, quint16 port, Started done);
     void shutdown();
     quint16 port() const;
 
 private:
+    Q_INVOKABLE void startRequested();
+
     struct OrderFlow {
         QPointer<GatewayConnection> connection;
         int step = 0; // index in the state sequence of the last push
@@ -52,4 +60,8 @@ private:
     QTcpServer* m_server = nullptr;
     QSet<GatewayConnection*> m_connections;
     QHash<QString, OrderFlow> m_flows;
+    std::mutex m_requestMutex; // a standard mutex, so that race checkers see the hand-over
+    QString m_requestedHost;
+    quint16 m_requestedPort = 0;
+    Started m_started;
 };

@@ -4,6 +4,9 @@
 
 #include <QString>
 
+#include <atomic>
+#include <memory>
+
 class GatewayCore;
 class QThread;
 
@@ -32,6 +35,7 @@ private:
     GatewayOptions m_options;
     QThread* m_thread = nullptr;
     GatewayCore* m_core = nullptr;
+    std::shared_ptr<std::atomic<bool>> m_coreGone;
     QString m_host;
     quint16 m_port = 0;
     QString m_error;
