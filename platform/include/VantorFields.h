@@ -17,6 +17,16 @@ inline constexpr char BusiMsgType[] = "busiMsgType";
 inline constexpr char BusiMsgSubType[] = "busiMsgSubType";
 } // namespace System
 
+// Fields of the simulated gateway's control function.
+namespace GatewayControl {
+inline constexpr char targetFunction[] = "targetFunction";
+inline constexpr char latencyMs[] = "latencyMs";
+inline constexpr char failRate[] = "failRate";
+inline constexpr char noreplyRate[] = "noreplyRate";
+inline constexpr char dropRate[] = "dropRate";
+inline constexpr char reset[] = "reset";
+} // namespace GatewayControl
+
 namespace SecurityProvideLoan {
 inline constexpr char positionProp[] = "positionProp";
 } // namespace SecurityProvideLoan

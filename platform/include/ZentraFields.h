@@ -36,7 +36,32 @@ inline constexpr char orderQty[] = "orderQty";
 inline constexpr char orderID[] = "orderID";
 inline constexpr char orderStatus[] = "orderStatus";
 inline constexpr char cumQty[] = "cumQty";
+inline constexpr char securityName[] = "securityName";
+inline constexpr char orderTime[] = "orderTime";
+inline constexpr char tradeID[] = "tradeID";
+inline constexpr char tradePrice[] = "tradePrice";
+inline constexpr char tradeQty[] = "tradeQty";
+inline constexpr char tradeAmount[] = "tradeAmount";
+inline constexpr char tradeTime[] = "tradeTime";
+inline constexpr char currentQty[] = "currentQty";
+inline constexpr char availableQty[] = "availableQty";
+inline constexpr char costPrice[] = "costPrice";
+inline constexpr char lastPrice[] = "lastPrice";
+inline constexpr char marketValue[] = "marketValue";
+inline constexpr char profit[] = "profit";
 } // namespace Security
+
+namespace Funds {
+inline constexpr char currency[] = "currency";
+inline constexpr char totalAsset[] = "totalAsset";
+inline constexpr char availableFunds[] = "availableFunds";
+inline constexpr char frozenFunds[] = "frozenFunds";
+inline constexpr char fetchBalance[] = "fetchBalance";
+inline constexpr char marketValue[] = "marketValue";
+inline constexpr char currentBalance[] = "currentBalance";
+inline constexpr char todayProfit[] = "todayProfit";
+inline constexpr char updateTime[] = "updateTime";
+} // namespace Funds
 } // namespace Zentra_Fields
 
 namespace Zentra_Values {
@@ -56,6 +81,29 @@ inline constexpr char partiallyFilledForCancel[] = "partiallyFilledForCancel";
 inline constexpr char canceled[] = "canceled";
 inline constexpr char rejected[] = "rejected";
 } // namespace OrderStatus
+
+// Function ids of the trading gateway.
+namespace FunctionId {
+inline constexpr char funds[] = "10001";
+inline constexpr char positions[] = "10002";
+inline constexpr char orders[] = "10003";
+inline constexpr char trades[] = "10004";
+inline constexpr char placeOrder[] = "20001";
+inline constexpr char batchOrder[] = "20002";
+inline constexpr char cancelOrder[] = "20003";
+// Sets the simulated gateway's latency and fault rates.
+inline constexpr char gatewayControl[] = "90001";
+} // namespace FunctionId
+
+// Types of the messages that the gateway pushes without a request.
+namespace PushType {
+inline constexpr char orderState[] = "orderPush";
+} // namespace PushType
+
+namespace Side {
+inline constexpr char buy[] = "buy";
+inline constexpr char sell[] = "sell";
+} // namespace Side
 
 namespace UserType {
 inline constexpr char sysAdmin[] = "sysAdmin";

@@ -1,6 +1,7 @@
 #include "PresenterTransports.h"
 
 #include "CDataBase.h"
+#include "TcpTransport.h"
 #include "UnavailableTransport.h"
 
 #include <QHash>
@@ -24,7 +25,7 @@ std::shared_ptr<IPresenterTransport> defaultFactory(const QString& address)
 {
     if (address.isEmpty())
         return std::make_shared<UnavailableTransport>(QStringLiteral("未配置交易网关地址"));
-    return std::make_shared<UnavailableTransport>(QStringLiteral("无法连接交易网关%1").arg(address));
+    return std::make_shared<TcpTransport>(address);
 }
 } // namespace
 

@@ -1,0 +1,550 @@
+#include <CMessageCommon.h>
+#include <CPackMessageCommon.h>
+#include <CUnPackMessageCommon.h>
+#include <GatewayServer.h>
+#include <LmPresenterClass.h>
+#include <PresenterTransports.h>
+#include <TcpTransport.h>
+#include <VantorFields.h>
+#include <WireFrameCodec.h>
+#include <ZentraFields.h>
+
+#include <QProcess>
+#include <QRegularExpression>
+#include <QTcpServer>
+#include <QTcpSocket>
+#include <QtTest>
+
+#include <atomic>
+#include <mutex>
+#include <thread>
+#include <vector>
+
+namespace Sys = Zentra_Fields::System;
+namespace S = Zentra_Fields::Security;
+namespace Fn = Zentra_Values::FunctionId;
+namespace Ctl = Vantor_Fields::GatewayControl;
+
+namespace {
+constexpr unsigned long patient = 30000; // generous: the machine is shared
+
+struct Answer {
+    int result = -1;
+    QVariantMap head;
+    QList<QVariantMap> rows;
+    QString status() const { return head.value(Sys::requestExeStatus).toString(); }
+    QString text() const { return head.value(Sys::textDescription).toString(); }
+    bool ok() const { return result == 0 && status() == QLatin1String(Zentra_Values::RequestExeStatus::success); }
+};
+
+Answer call(IPresenterTransport& transport, const QString& function, const QList<QVariantMap>& rows = {QVariantMap()},
+            unsigned long timeoutMs = patient)
+{
+    CPackMessageCommon pack;
+    for (int i = 0; i < rows.size(); ++i) {
+        if (i > 0)
+            pack.AddRow();
+        pack.AddRowVaule(rows.at(i));
+    }
+    QVariant reply;
+    Answer a;
+    a.result = transport.request(function, QStringLiteral("tst"), pack.GetPackedMsg(false), reply, timeoutMs);
+    CUnPackMessageCommon unpack;
+    unpack.SetUnPackMsg(reply, false);
+    for (int i = 0; i < unpack.GetRowCount(); ++i) {
+        unpack.SetCurrentRow(i);
+        if (i == 0)
+            a.head = unpack.GetRowValue();
+        else
+            a.rows.append(unpack.GetRowValue());
+    }
+    return a;
+}
+
+QString key(int n)
+{
+    return QStringLiteral("%1").arg(n, 10, 10, QLatin1Char('0'));
+}
+
+GatewayOptions options(int rows, quint32 seed = 7, GatewayFaultRates faults = {})
+{
+    GatewayOptions o;
+    o.rows = rows;
+    o.seed = seed;
+    o.faults = faults;
+    o.pushIntervalMs = 5;
+    return o;
+}
+} // namespace
+
+class TestGateway : public QObject
+{
+    Q_OBJECT
+
+private:
+    std::unique_ptr<GatewayServer> m_gateway; // 50 rows, no faults
+    std::shared_ptr<IPresenterTransport> m_transport;
+
+private slots:
+    void initTestCase()
+    {
+        m_gateway = std::make_unique<GatewayServer>(options(50));
+        QVERIFY2(m_gateway->start(), qPrintable(m_gateway->errorString()));
+        QVERIFY(m_gateway->port() != 0);
+        m_transport = std::make_shared<TcpTransport>(m_gateway->address());
+    }
+
+    void cleanupTestCase()
+    {
+        m_transport.reset();
+        m_gateway.reset();
+    }
+
+    void pagingGivesEveryRowOnce_data()
+    {
+        QTest::addColumn<QString>("function");
+        QTest::addColumn<int>("mode"); // 0 page numbers, 1 position strings
+        QTest::addColumn<int>("pageSize");
+        QTest::addColumn<QString>("keyField");
+        QTest::addColumn<int>("expectedRequests");
+        QTest::newRow("orders by page") << Fn::orders << 0 << 7 << S::orderID << 8;
+        QTest::newRow("trades by page") << Fn::trades << 0 << 7 << S::tradeID << 8;
+        QTest::newRow("trades, one page holds all") << Fn::trades << 0 << 1000 << S::tradeID << 1;
+        QTest::newRow("positions by position") << Fn::positions << 1 << 7 << Sys::positionStr << 8;
+        // 50 rows in full pages of 10: the empty page after the last full one ends it.
+        QTest::newRow("positions, full last page") << Fn::positions << 1 << 10 << Sys::positionStr << 6;
+        QTest::newRow("positions, one row a page") << Fn::positions << 1 << 1 << Sys::positionStr << 51;
+    }
+
+    void pagingGivesEveryRowOnce()
+    {
+        QFETCH(QString, function);
+        QFETCH(int, mode);
+        QFETCH(int, pageSize);
+        QFETCH(QString, keyField);
+        QFETCH(int, expectedRequests);
+
+        // Through a presenter that finds its transport by the configured gateway address.
+        qputenv("VANTOR_GATEWAY", m_gateway->address().toUtf8());
+        LmPresenterClass presenter(QStringLiteral("pager"));
+        struct Unset {
+            ~Unset() { qunsetenv("VANTOR_GATEWAY"); }
+        } unset;
+        QStringList keys;
+        int pageNo = 0;
+        QString position;
+        int requests = 0;
+        for (;;) {
+            CPackMessageCommon pack;
+            pack.AddVaule(Sys::msgType, function);
+            if (mode == 0) {
+                pack.AddVaule(Sys::pageNo, pageNo);
+                pack.AddVaule(Sys::pageSize, pageSize);
+            } else {
+                pack.AddVaule(Sys::positionStr, position);
+                pack.AddVaule(Sys::requestNumber, pageSize);
+            }
+            auto* msg = new CMessageCommon;
+            msg->SetMsg(pack.GetPackedMsg(false));
+            msg->SetType(function);
+            msg->SetSrcid(presenter.pluginPid());
+            QVariant reply;
+            QCOMPARE(presenter.sendRequest_Sync_Block(msg, reply, patient), 0);
+            ++requests;
+            QVERIFY(requests < 100);
+            CUnPackMessageCommon unpack;
+            QVERIFY(unpack.SetUnPackMsg(reply, false));
+            QCOMPARE(unpack.GetValue(Sys::requestExeStatus).toString(), QString(Zentra_Values::RequestExeStatus::success));
+            QCOMPARE(unpack.GetValue(Sys::totalSize).toInt(), 50);
+            const int rows = unpack.GetValue(Sys::subGroupNumber).toInt();
+            QCOMPARE(unpack.GetRowCount(), rows + 1);
+            if (mode == 1)
+                position = unpack.GetValue(Sys::positionStr, position).toString();
+            for (int r = 1; r <= rows; ++r) {
+                unpack.SetCurrentRow(r);
+                QVERIFY(unpack.GetRowValue().size() >= 10);
+                keys << unpack.GetValue(keyField).toString();
+                if (mode == 1)
+                    QCOMPARE(unpack.GetValue(Sys::positionStr).toString(), keys.last());
+            }
+            if (mode == 0 ? keys.size() >= 50 : rows < pageSize)
+                break;
+            ++pageNo;
+        }
+        QCOMPARE(requests, expectedRequests);
+        QCOMPARE(keys.size(), 50);
+        QStringList expected;
+        for (int i = 1; i <= 50; ++i)
+            expected << key(i);
+        QCOMPARE(keys, expected);
+    }
+
+    void dataFollowSeedAndRows()
+    {
+        GatewayServer same(options(50, 7));
+        GatewayServer other(options(50, 8));
+        QVERIFY(same.start());
+        QVERIFY(other.start());
+        TcpTransport toSame(same.address());
+        TcpTransport toOther(other.address());
+        for (const char* function : {Fn::funds, Fn::positions, Fn::orders, Fn::trades}) {
+            const Answer mine = call(*m_transport, function);
+            QVERIFY(mine.ok());
+            QCOMPARE(call(toSame, function).rows, mine.rows);
+            QVERIFY2(call(toOther, function).rows != mine.rows, function);
+        }
+        QCOMPARE(call(*m_transport, Fn::funds).rows.size(), 1);
+    }
+
+    void catalogueAnswers_data()
+    {
+        QTest::addColumn<QString>("function");
+        QTest::addColumn<QVariantList>("rows");
+        QTest::addColumn<int>("result");
+        QTest::addColumn<QString>("text"); // empty: success
+        const QVariantMap order{{S::symbol, "600000"}, {S::side, "buy"}, {S::price, 10.5}, {S::orderQty, 200}};
+        QVariantMap noQty = order;
+        noQty.insert(S::orderQty, 0);
+        QTest::newRow("unknown function") << "12345" << QVariantList{QVariantMap()} << 2 << "不支持的功能号";
+        QTest::newRow("empty function") << "" << QVariantList{QVariantMap()} << 2 << "不支持的功能号";
+        QTest::newRow("zero quantity") << Fn::placeOrder << QVariantList{noQty} << 0 << "委托数量必须大于0";
+        QTest::newRow("no symbol") << Fn::placeOrder << QVariantList{QVariantMap{{S::price, 1}, {S::orderQty, 100}}} << 0
+                                   << "证券代码不能为空";
+        QTest::newRow("cancel unknown") << Fn::cancelOrder << QVariantList{QVariantMap{{S::orderID, "nope"}}} << 0 << "委托不存在";
+        QTest::newRow("cancel filled") << Fn::cancelOrder << QVariantList{QVariantMap{{S::orderID, key(50)}}} << -1 << "";
+        QTest::newRow("batch count mismatch") << Fn::batchOrder
+                                              << QVariantList{QVariantMap{{Sys::subGroupNumber, 3}}, order, order} << 0
+                                              << "批量委托笔数不符：声明3笔，收到2笔";
+        QTest::newRow("batch with a bad order")
+            << Fn::batchOrder << QVariantList{QVariantMap{{Sys::subGroupNumber, 2}}, order, noQty} << 0
+            << "第2笔委托：委托数量必须大于0";
+    }
+
+    void catalogueAnswers()
+    {
+        QFETCH(QString, function);
+        QFETCH(QVariantList, rows);
+        QFETCH(int, result);
+        QFETCH(QString, text);
+        QList<QVariantMap> maps;
+        for (const QVariant& r : rows)
+            maps << r.toMap();
+        if (result < 0) { // whatever the generated order's state, cancelling must agree with it
+            const Answer orders = call(*m_transport, Fn::orders, {QVariantMap{{Sys::pageNo, 49}, {Sys::pageSize, 1}}});
+            const QString status = orders.rows.value(0).value(S::orderStatus).toString();
+            const Answer a = call(*m_transport, function, maps);
+            const bool open = status == QLatin1String(Zentra_Values::OrderStatus::newOrder)
+                || status == QLatin1String(Zentra_Values::OrderStatus::partiallyFilled);
+            QCOMPARE(a.ok(), open);
+            if (!open)
+                QCOMPARE(a.text(), QStringLiteral("委托已结束，不能撤单"));
+            return;
+        }
+        const Answer a = call(*m_transport, function, maps);
+        QCOMPARE(a.result, result);
+        QCOMPARE(a.status(), QString(Zentra_Values::RequestExeStatus::fail));
+        QCOMPARE(a.text(), text);
+        QVERIFY(a.head.contains(Sys::totalSize) && a.head.contains(Sys::subGroupNumber) && a.head.contains(Sys::positionStr));
+        QVERIFY(a.rows.isEmpty());
+    }
+
+    void placedOrdersPushTheirStatesInOrder_data()
+    {
+        QTest::addColumn<int>("count"); // 1: place order, more: batch order
+        QTest::newRow("single") << 1;
+        QTest::newRow("batch of three") << 3;
+    }
+
+    void placedOrdersPushTheirStatesInOrder()
+    {
+        QFETCH(int, count);
+        GatewayServer gateway(options(5));
+        QVERIFY(gateway.start());
+        LmPresenterClass presenter(QStringLiteral("trader"));
+        presenter.setTransport(std::make_shared<TcpTransport>(gateway.address()));
+        // Pushes arrive on the transport's I/O thread.
+        std::mutex mutex;
+        QHash<QString, QStringList> states;
+        int pushes = 0;
+        QStringList types;
+        connect(
+            &presenter, &LmPresenterClass::pushReceived, this,
+            [&](const QString& type, const QVariant& msg) {
+                const QVariantMap row = msg.toList().value(0).toMap();
+                std::lock_guard<std::mutex> lock(mutex);
+                types << type;
+                states[row.value(S::orderID).toString()] << row.value(S::orderStatus).toString();
+                ++pushes;
+            },
+            Qt::DirectConnection);
+        auto pushCount = [&] {
+            std::lock_guard<std::mutex> lock(mutex);
+            return pushes;
+        };
+
+        CPackMessageCommon pack;
+        if (count > 1)
+            pack.AddRowVaule({{Zentra_Fields::UserAccount::tradingAccount, "880000001"}, {Sys::subGroupNumber, count}});
+        for (int i = 0; i < count; ++i) {
+            if (count > 1)
+                pack.AddRow();
+            pack.AddRowVaule({{S::symbol, "60000" + QString::number(i)}, {S::side, "sell"}, {S::price, 9.9}, {S::orderQty, 300}});
+        }
+        const QString function = count > 1 ? Fn::batchOrder : Fn::placeOrder;
+        auto* msg = new CMessageCommon;
+        msg->SetMsg(pack.GetPackedMsg(count > 1)); // a batch travels grouped
+        msg->SetType(function);
+        QVariant reply;
+        QCOMPARE(presenter.sendRequest_Sync_Block(msg, reply, patient), 0);
+        CUnPackMessageCommon unpack;
+        unpack.SetUnPackMsg(reply, false);
+        QCOMPARE(unpack.GetValue(Sys::subGroupNumber).toInt(), count);
+        QStringList ids;
+        for (int i = 1; i <= count; ++i) {
+            unpack.SetCurrentRow(i);
+            ids << unpack.GetValue(S::orderID).toString();
+        }
+        QCOMPARE(ids.size(), count);
+        QCOMPARE(QSet<QString>(ids.begin(), ids.end()).size(), count);
+
+        QTRY_COMPARE_WITH_TIMEOUT(pushCount(), 4 * count, 30000);
+        std::lock_guard<std::mutex> lock(mutex);
+        QCOMPARE(types, QStringList(QVector<QString>(4 * count, Zentra_Values::PushType::orderState).toList()));
+        const QStringList expected{Zentra_Values::OrderStatus::pendingNew, Zentra_Values::OrderStatus::newOrder,
+                                   Zentra_Values::OrderStatus::partiallyFilled, Zentra_Values::OrderStatus::filled};
+        for (const QString& id : ids)
+            QCOMPARE(states.value(id), expected);
+
+        // Stored: the orders read back filled, and a filled order cannot be cancelled.
+        TcpTransport reader(gateway.address());
+        const Answer all = call(reader, Fn::orders);
+        QCOMPARE(all.head.value(Sys::totalSize).toInt(), 5 + count);
+        QCOMPARE(all.rows.last().value(S::orderStatus).toString(), QString(Zentra_Values::OrderStatus::filled));
+        QCOMPARE(call(reader, Fn::cancelOrder, {QVariantMap{{S::orderID, ids.first()}}}).text(),
+                 QStringLiteral("委托已结束，不能撤单"));
+    }
+
+    void faultsGiveTheirOutcome_data()
+    {
+        QTest::addColumn<QString>("how"); // "flag": gateway option; "control": the control function
+        QTest::addColumn<QString>("fault");
+        for (const char* how : {"flag", "control"}) {
+            for (const char* fault : {"fail", "noreply", "drop", "latency"})
+                QTest::newRow(qPrintable(QStringLiteral("%1 %2").arg(how, fault))) << QString(how) << QString(fault);
+        }
+    }
+
+    void faultsGiveTheirOutcome()
+    {
+        QFETCH(QString, how);
+        QFETCH(QString, fault);
+        GatewayFaultRates rates;
+        if (fault == "fail")
+            rates.failRate = 1;
+        else if (fault == "noreply")
+            rates.noreplyRate = 1;
+        else if (fault == "drop")
+            rates.dropRate = 1;
+        else
+            rates.latencyMs = 3000;
+        GatewayServer gateway(options(5, 7, how == "flag" ? rates : GatewayFaultRates()));
+        QVERIFY(gateway.start());
+        TcpTransport transport(gateway.address());
+        const QVariantMap page{{Sys::pageNo, 0}, {Sys::pageSize, 5}};
+        if (how == "control") {
+            // Only the orders function is affected.
+            const QVariantMap set{{Ctl::targetFunction, Fn::orders}, {Ctl::latencyMs, rates.latencyMs},
+                                  {Ctl::failRate, rates.failRate}, {Ctl::noreplyRate, rates.noreplyRate},
+                                  {Ctl::dropRate, rates.dropRate}};
+            QVERIFY(call(transport, Fn::gatewayControl, {set}).ok());
+            QVERIFY(call(transport, Fn::trades, {page}).ok());
+        }
+        if (fault == "fail") {
+            const Answer a = call(transport, Fn::orders, {page});
+            QCOMPARE(a.result, 0);
+            QVERIFY(a.status() != QLatin1String(Zentra_Values::RequestExeStatus::success));
+            QVERIFY(!a.text().isEmpty());
+        } else if (fault == "noreply") {
+            QCOMPARE(call(transport, Fn::orders, {page}, 300).result, 1);
+        } else if (fault == "drop") {
+            const Answer a = call(transport, Fn::orders, {page});
+            QCOMPARE(a.result, 2);
+            QVERIFY(a.text().contains(QStringLiteral("连接")));
+        } else {
+            QCOMPARE(call(transport, Fn::orders, {page}, 100).result, 1); // answered only after 3 s
+            QVERIFY(call(transport, Fn::orders, {page}).ok());
+        }
+        if (how == "control") { // lifted again
+            QVERIFY(call(transport, Fn::gatewayControl, {QVariantMap{{Ctl::reset, true}}}).ok());
+            QVERIFY(call(transport, Fn::orders, {page}).ok());
+        }
+    }
+
+    void faultDrawsFollowTheSeed()
+    {
+        GatewayFaultRates half;
+        half.failRate = 0.5;
+        auto outcomes = [&](quint32 seed) {
+            GatewayServer gateway(options(5, seed, half));
+            gateway.start();
+            TcpTransport transport(gateway.address());
+            QString seen;
+            for (int i = 0; i < 40; ++i)
+                seen += call(transport, Fn::funds).ok() ? '+' : '-';
+            return seen;
+        };
+        const QString first = outcomes(11);
+        QCOMPARE(outcomes(11), first);
+        QVERIFY(first.contains('+') && first.contains('-'));
+        QVERIFY(outcomes(12) != first);
+    }
+
+    void concurrentCallersGetTheirOwnReplies()
+    {
+        TcpTransport transport(m_gateway->address());
+        std::atomic<int> wrong{0};
+        std::atomic<int> failed{0};
+        std::vector<std::thread> threads;
+        for (int t = 0; t < 8; ++t) {
+            threads.emplace_back([&, t] {
+                for (int i = 0; i < 500; ++i) {
+                    const int pageNo = (t * 500 + i) % 50;
+                    const Answer a = call(transport, Fn::orders, {QVariantMap{{Sys::pageNo, pageNo}, {Sys::pageSize, 1}}});
+                    if (!a.ok())
+                        ++failed;
+                    else if (a.rows.size() != 1 || a.rows.first().value(S::orderID).toString() != key(pageNo + 1))
+                        ++wrong;
+                }
+            });
+        }
+        for (auto& th : threads)
+            th.join();
+        QCOMPARE(failed.load(), 0);
+        QCOMPARE(wrong.load(), 0);
+    }
+
+    void unreachableGatewayFailsInChinese_data()
+    {
+        QTest::addColumn<QString>("address");
+        QTest::addColumn<QString>("text");
+        quint16 closedPort = 0;
+        {
+            QTcpServer probe;
+            probe.listen(QHostAddress::LocalHost);
+            closedPort = probe.serverPort();
+        }
+        QTest::newRow("nobody listens") << QStringLiteral("127.0.0.1:%1").arg(closedPort) << "无法连接交易网关";
+        QTest::newRow("no port") << "127.0.0.1" << "交易网关地址无效";
+        QTest::newRow("port out of range") << "127.0.0.1:70000" << "交易网关地址无效";
+    }
+
+    void unreachableGatewayFailsInChinese()
+    {
+        QFETCH(QString, address);
+        QFETCH(QString, text);
+        TcpTransport transport(address);
+        for (int attempt = 0; attempt < 2; ++attempt) {
+            const Answer a = call(transport, Fn::funds, {QVariantMap()}, 10000);
+            QCOMPARE(a.result, 2);
+            QVERIFY2(a.text().startsWith(text), qPrintable(a.text()));
+        }
+    }
+
+    void droppedConnectionComesBackOnNextSend()
+    {
+        TcpTransport transport(m_gateway->address());
+        QVERIFY(call(transport, Fn::funds).ok());
+        QVERIFY(call(transport, Fn::gatewayControl, {QVariantMap{{Ctl::targetFunction, Fn::funds}, {Ctl::dropRate, 1}}}).ok());
+        QCOMPARE(call(transport, Fn::funds).result, 2);
+        QVERIFY(call(transport, Fn::gatewayControl, {QVariantMap{{Ctl::reset, true}}}).ok());
+        QVERIFY(call(transport, Fn::funds).ok());
+
+        // The gateway goes away and comes back on the same port.
+        GatewayServer gateway(options(5));
+        QVERIFY(gateway.start());
+        const quint16 port = gateway.port();
+        TcpTransport again(gateway.address());
+        QVERIFY(call(again, Fn::funds).ok());
+        gateway.stop();
+        QCOMPARE(call(again, Fn::funds).result, 2);
+        if (!gateway.start(QStringLiteral("127.0.0.1"), port))
+            QSKIP("the port was taken meanwhile");
+        QVERIFY(call(again, Fn::funds).ok());
+    }
+
+    void badFrameClosesOnlyThatConnection_data()
+    {
+        QTest::addColumn<QByteArray>("bytes");
+        auto frame = [](const QByteArray& body) {
+            QByteArray out(4, '\0');
+            qToBigEndian(quint32(body.size()), out.data());
+            return out + body;
+        };
+        QTest::newRow("over 64 MiB") << QByteArray::fromHex("04000001");
+        QTest::newRow("empty frame") << QByteArray(4, '\0');
+        QTest::newRow("not CBOR") << frame("\xff\xff\xff\xff");
+        QTest::newRow("not a map") << frame(QByteArray::fromHex("83010203"));
+        QTest::newRow("cut short") << frame(QByteArray::fromHex("a562696401646b696e64"));
+        QTest::newRow("unknown kind") << frame(QByteArray::fromHex("a262696401646b696e6463666f6f"));
+    }
+
+    void badFrameClosesOnlyThatConnection()
+    {
+        QFETCH(QByteArray, bytes);
+        TcpTransport good(m_gateway->address());
+        QVERIFY(call(good, Fn::funds).ok());
+        QTcpSocket bad;
+        bad.connectToHost(QHostAddress::LocalHost, m_gateway->port());
+        QVERIFY(bad.waitForConnected(10000));
+        bad.write(bytes);
+        QTRY_COMPARE_WITH_TIMEOUT(bad.state(), QAbstractSocket::UnconnectedState, 20000);
+        QVERIFY(call(good, Fn::funds).ok());
+    }
+
+    void badReplyClosesTheConnection()
+    {
+        // A peer that answers every request with bytes that are no frame.
+        QTcpServer fake;
+        QVERIFY(fake.listen(QHostAddress::LocalHost));
+        TcpTransport transport(QStringLiteral("127.0.0.1:%1").arg(fake.serverPort()));
+        std::atomic<int> result{-1};
+        QString text;
+        std::thread caller([&] {
+            const Answer a = call(transport, Fn::funds, {QVariantMap()}, patient);
+            text = a.text();
+            result = a.result;
+        });
+        QTRY_VERIFY_WITH_TIMEOUT(fake.hasPendingConnections(), 20000);
+        QTcpSocket* socket = fake.nextPendingConnection();
+        QTRY_VERIFY_WITH_TIMEOUT(socket->bytesAvailable() > 0, 20000);
+        socket->write(QByteArray::fromHex("00000003ffffff"));
+        QTRY_VERIFY_WITH_TIMEOUT(result.load() != -1, 20000);
+        caller.join();
+        QCOMPARE(result.load(), 2);
+        QVERIFY(text.contains(QStringLiteral("无法解析")));
+        QTRY_COMPARE_WITH_TIMEOUT(socket->state(), QAbstractSocket::UnconnectedState, 20000);
+    }
+
+    void executableServesAndStopsOnSignal()
+    {
+        QProcess gateway;
+        gateway.start(QStringLiteral(VANTOR_GATEWAY_EXE),
+                      {"--listen", "127.0.0.1:0", "--rows", "20", "--seed", "3", "--fail-rate", "1"});
+        QVERIFY(gateway.waitForStarted(20000));
+        QTRY_VERIFY_WITH_TIMEOUT(gateway.canReadLine(), 30000);
+        const QString line = QString::fromUtf8(gateway.readLine()).trimmed();
+        const auto match = QRegularExpression(QStringLiteral("^listening on 127\\.0\\.0\\.1:(\\d+)$")).match(line);
+        QVERIFY2(match.hasMatch(), qPrintable(line));
+        TcpTransport transport(QStringLiteral("127.0.0.1:") + match.captured(1));
+        const Answer a = call(transport, Fn::orders);
+        QCOMPARE(a.result, 0);
+        QCOMPARE(a.status(), QString(Zentra_Values::RequestExeStatus::fail));
+        gateway.terminate(); // SIGTERM
+        QVERIFY(gateway.waitForFinished(30000));
+        QCOMPARE(gateway.exitStatus(), QProcess::NormalExit);
+        QCOMPARE(gateway.exitCode(), 0);
+    }
+};
+
+QTEST_MAIN(TestGateway)
+#include "tst_gateway.moc"

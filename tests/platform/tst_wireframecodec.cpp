@@ -1,0 +1,111 @@
+#include <WireFrameCodec.h>
+
+#include <QtEndian>
+#include <QtTest>
+
+class TestWireFrameCodec : public QObject
+{
+    Q_OBJECT
+
+private:
+    static QByteArray framed(const QByteArray& body)
+    {
+        QByteArray out(4, '\0');
+        qToBigEndian(quint32(body.size()), out.data());
+        return out + body;
+    }
+
+private slots:
+    void roundTripInAnyChunking_data()
+    {
+        QTest::addColumn<qint64>("id");
+        QTest::addColumn<QString>("kind");
+        QTest::addColumn<QVariant>("msg");
+        QTest::addColumn<int>("chunk"); // bytes fed at a time
+        const QVariantMap head{{"requestExeStatus", "success"}, {"totalSize", 2}, {"subGroupNumber", 2}};
+        const QVariantList rows{head,
+                                QVariantMap{{"orderID", "0000000001"}, {"price", 10.25}, {"orderQty", 300}},
+                                QVariantMap{{"orderID", "0000000002"}, {"price", -0.5}, {"orderQty", -7}}};
+        QTest::newRow("reply rows, whole") << qint64(1) << "rep" << QVariant(rows) << 100000;
+        QTest::newRow("reply rows, byte by byte") << qint64(2) << "rep" << QVariant(rows) << 1;
+        QTest::newRow("grouped request") << qint64(1) << "req"
+                                         << QVariant(QVariantList{QVariantMap{{"msgType", "20002"},
+                                                                              {"groupRows", QVariantList{QVariantMap{{"a", 1}}}}}})
+                                         << 3;
+        QTest::newRow("push, id 0") << qint64(0) << "push" << QVariant(QVariantList{QVariantMap{{"s", "已成交"}}}) << 7;
+        QTest::newRow("negative id, null message") << qint64(-5) << "fail" << QVariant() << 2;
+        QTest::newRow("largest id, scalars")
+            << std::numeric_limits<qint64>::max() << "rep"
+            << QVariant(QVariantList{true, false, QString(), QByteArray("\0\1", 2), qint64(-9007199254740993LL)}) << 5;
+    }
+
+    void roundTripInAnyChunking()
+    {
+        QFETCH(qint64, id);
+        QFETCH(QString, kind);
+        QFETCH(QVariant, msg);
+        QFETCH(int, chunk);
+        WireFrame in{id, kind, "10003", "plugin", msg};
+        // Two frames back to back, the second built from a pre-encoded message.
+        const QByteArray bytes = WireFrameCodec::encode(in)
+            + WireFrameCodec::encode(id, kind, "10003", "plugin", WireFrameCodec::encodeMessage(msg));
+        WireFrameCodec codec;
+        QList<WireFrame> out;
+        for (int pos = 0; pos < bytes.size(); pos += chunk) {
+            codec.append(bytes.constData() + pos, qMin(chunk, bytes.size() - pos));
+            WireFrame f;
+            WireFrameCodec::Status status;
+            while ((status = codec.next(f)) == WireFrameCodec::Ready)
+                out << f;
+            QCOMPARE(status, WireFrameCodec::NeedMore);
+        }
+        QCOMPARE(out.size(), 2);
+        for (const WireFrame& f : out) {
+            QCOMPARE(f.id, id);
+            QCOMPARE(f.kind, kind);
+            QCOMPARE(f.type, QString("10003"));
+            QCOMPARE(f.src, QString("plugin"));
+            // Integers come back 64-bit; compare through the text form of the whole message.
+            QCOMPARE(QVariant(f.msg).toJsonValue(), QVariant(msg).toJsonValue());
+        }
+        QCOMPARE(codec.bufferedBytes(), 0);
+    }
+
+    void malformedFramesAreErrors_data()
+    {
+        QTest::addColumn<QByteArray>("bytes");
+        QTest::newRow("length over 64 MiB") << QByteArray::fromHex("04000001");
+        QTest::newRow("zero length") << QByteArray(4, '\0');
+        QTest::newRow("body not a map") << framed(QByteArray::fromHex("820102"));
+        QTest::newRow("trailing bytes") << framed(QByteArray::fromHex("a262696401646b696e6463726570") + "\x01");
+        QTest::newRow("no kind") << framed(QByteArray::fromHex("a1626964 01"));
+        QTest::newRow("no id") << framed(QByteArray::fromHex("a1646b696e6463726570"));
+        QTest::newRow("unknown kind") << framed(QByteArray::fromHex("a262696401646b696e6463666f6f"));
+        QTest::newRow("id is text") << framed(QByteArray::fromHex("a2626964617a646b696e6463726570"));
+        QTest::newRow("integer map key in msg")
+            << framed(QByteArray::fromHex("a362696401646b696e6463726570636d7367a10102"));
+        QTest::newRow("invalid UTF-8 text") << framed(QByteArray::fromHex("a262696401646b696e6463ff6570"));
+        QByteArray deep = QByteArray::fromHex("a362696401646b696e6463726570636d7367");
+        deep += QByteArray(100, char(0x81)) + QByteArray(1, char(0x01));
+        QTest::newRow("nested 100 deep") << framed(deep);
+    }
+
+    void malformedFramesAreErrors()
+    {
+        QFETCH(QByteArray, bytes);
+        WireFrameCodec codec;
+        codec.append(bytes);
+        WireFrame f;
+        QCOMPARE(codec.next(f), WireFrameCodec::Error);
+        QVERIFY(!codec.errorString().isEmpty());
+        // The decoder stays in error until it is cleared for a new connection.
+        codec.append(WireFrameCodec::encode(WireFrame{1, "rep", "", "", QVariant()}));
+        QCOMPARE(codec.next(f), WireFrameCodec::Error);
+        codec.clear();
+        codec.append(WireFrameCodec::encode(WireFrame{1, "rep", "", "", QVariant()}));
+        QCOMPARE(codec.next(f), WireFrameCodec::Ready);
+    }
+};
+
+QTEST_MAIN(TestWireFrameCodec)
+#include "tst_wireframecodec.moc"

@@ -1,0 +1,3 @@
+#include "GatewayLogging.h"
+
+Q_LOGGING_CATEGORY(lcGateway, "vantor.gateway")

@@ -1,0 +1,60 @@
+#include "GatewayReply.h"
+
+#include <WireFrameCodec.h>
+#include <ZentraFields.h>
+
+#include <QCborStreamWriter>
+
+QVariantMap GatewayReply::head(bool success, int totalSize, int rows, const QString& positionStr, const QString& text)
+{
+    namespace Sys = Zentra_Fields::System;
+    QVariantMap head;
+    head.insert(QLatin1String(Sys::requestExeStatus),
+                QLatin1String(success ? Zentra_Values::RequestExeStatus::success : Zentra_Values::RequestExeStatus::fail));
+    head.insert(QLatin1String(Sys::totalSize), totalSize);
+    head.insert(QLatin1String(Sys::subGroupNumber), rows);
+    head.insert(QLatin1String(Sys::positionStr), positionStr);
+    if (!success)
+        head.insert(QLatin1String(Sys::textDescription), text);
+    return head;
+}
+
+QByteArray GatewayReply::fromPage(const GatewayPage& page)
+{
+    QByteArray out;
+    out.reserve(64 + page.cells.size() * 24);
+    QCborStreamWriter w(&out);
+    w.startArray(quint64(page.rows) + 1);
+    WireFrameCodec::writeValue(w, head(true, page.totalSize, page.rows, page.positionStr));
+    QVector<QByteArray> keys;
+    keys.reserve(page.columns.size());
+    for (const QString& c : page.columns)
+        keys.append(c.toUtf8());
+    const int columns = keys.size();
+    const QVariant* cell = page.cells.constData();
+    for (int r = 0; r < page.rows; ++r) {
+        w.startMap(quint64(columns));
+        for (int c = 0; c < columns; ++c, ++cell) {
+            w.appendTextString(keys.at(c).constData(), keys.at(c).size());
+            WireFrameCodec::writeValue(w, *cell);
+        }
+        w.endMap();
+    }
+    w.endArray();
+    return out;
+}
+
+QByteArray GatewayReply::fromRows(const QList<QVariantMap>& rows, int totalSize)
+{
+    QVariantList list;
+    list.reserve(rows.size() + 1);
+    list.append(head(true, totalSize < 0 ? rows.size() : totalSize, rows.size(), QString()));
+    for (const QVariantMap& row : rows)
+        list.append(row);
+    return WireFrameCodec::encodeMessage(list);
+}
+
+QByteArray GatewayReply::failure(const QString& text)
+{
+    return WireFrameCodec::encodeMessage(QVariantList{head(false, 0, 0, QString(), text)});
+}
