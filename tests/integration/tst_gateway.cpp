@@ -306,6 +306,9 @@ private slots:
         }
         QCOMPARE(ids.size(), count);
         QCOMPARE(QSet<QString>(ids.begin(), ids.end()).size(), count);
+        // Read while the states still change, so that later reads must not answer these.
+        TcpTransport reader(gateway.address());
+        QCOMPARE(call(reader, Fn::orders).rows.size(), 5 + count);
 
         QTRY_COMPARE_WITH_TIMEOUT(pushCount(), 4 * count, 30000);
         std::lock_guard<std::mutex> lock(mutex);
@@ -316,10 +319,10 @@ private slots:
             QCOMPARE(states.value(id), expected);
 
         // Stored: the orders read back filled, and a filled order cannot be cancelled.
-        TcpTransport reader(gateway.address());
         const Answer all = call(reader, Fn::orders);
         QCOMPARE(all.head.value(Sys::totalSize).toInt(), 5 + count);
-        QCOMPARE(all.rows.last().value(S::orderStatus).toString(), QString(Zentra_Values::OrderStatus::filled));
+        for (int i = 0; i < count; ++i)
+            QCOMPARE(all.rows.at(5 + i).value(S::orderStatus).toString(), QString(Zentra_Values::OrderStatus::filled));
         QCOMPARE(call(reader, Fn::cancelOrder, {QVariantMap{{S::orderID, ids.first()}}}).text(),
                  QStringLiteral("委托已结束，不能撤单"));
     }

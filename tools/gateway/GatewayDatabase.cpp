@@ -203,6 +203,11 @@ bool GatewayDatabase::open(const QString& path, int rows, quint32 seed, QString*
 
 void GatewayDatabase::close()
 {
+    m_funds = GatewayPage();
+    m_positionRows.clear();
+    m_positionKeys.clear();
+    m_orderRows.clear();
+    m_tradeRows.clear();
     m_positionsQuery.reset();
     m_ordersQuery.reset();
     m_tradesQuery.reset();
@@ -317,45 +322,108 @@ GatewayPage GatewayDatabase::readPage(QSqlQuery& query, const QString& positionF
 
 GatewayPage GatewayDatabase::funds()
 {
-    QSqlQuery q(m_db);
-    q.setForwardOnly(true);
-    q.exec(QStringLiteral("SELECT %1 FROM funds").arg(columnList(fundsColumns)));
-    GatewayPage page = readPage(q);
-    page.totalSize = page.rows;
-    return page;
+    // The funds never change: read and encoded once.
+    if (m_funds.rowsCbor.isEmpty()) {
+        QSqlQuery q(m_db);
+        q.setForwardOnly(true);
+        q.exec(QStringLiteral("SELECT %1 FROM funds").arg(columnList(fundsColumns)));
+        GatewayPage page = readPage(q);
+        GatewayRowCache rows;
+        rows.store(0, page);
+        m_funds.rows = page.rows;
+        m_funds.totalSize = page.rows;
+        rows.append(m_funds.rowsCbor, 0, page.rows);
+    }
+    return m_funds;
+}
+
+bool GatewayDatabase::loadPositions()
+{
+    // Positions never change: all of them are read once, in order, a chunk at a time.
+    constexpr int chunk = 5000;
+    QString after = QStringLiteral("");
+    while (m_positionRows.size() < m_positionCount) {
+        m_positionsQuery->bindValue(0, after);
+        m_positionsQuery->bindValue(1, chunk);
+        if (!m_positionsQuery->exec())
+            break;
+        const QString positionField = QLatin1String(Zentra_Fields::System::positionStr);
+        GatewayPage page = readPage(*m_positionsQuery, positionField);
+        if (page.rows == 0)
+            break;
+        const int keyColumn = page.columns.indexOf(positionField);
+        const int columns = page.columns.size();
+        for (int r = 0; r < page.rows; ++r)
+            m_positionKeys.append(page.cells.at(r * columns + keyColumn).toString());
+        m_positionRows.store(m_positionRows.size(), page);
+        after = page.positionStr;
+        if (page.rows < chunk)
+            break;
+    }
+    if (m_positionRows.size() == m_positionCount)
+        return true;
+    m_positionRows.clear();
+    m_positionKeys.clear();
+    return false;
 }
 
 GatewayPage GatewayDatabase::positions(const QString& positionStr, int count)
 {
-    // A null text would bind as SQL NULL, which compares with nothing.
-    m_positionsQuery->bindValue(0, positionStr.isNull() ? QStringLiteral("") : positionStr);
-    m_positionsQuery->bindValue(1, count);
-    m_positionsQuery->exec();
-    GatewayPage page = readPage(*m_positionsQuery, QLatin1String(Zentra_Fields::System::positionStr));
+    GatewayPage page;
     page.totalSize = m_positionCount;
-    if (page.rows == 0)
-        page.positionStr = positionStr;
+    page.positionStr = positionStr;
+    if (m_positionRows.size() != m_positionCount && !loadPositions()) {
+        // Could not keep them all: read this page alone.
+        m_positionsQuery->bindValue(0, positionStr.isNull() ? QStringLiteral("") : positionStr);
+        m_positionsQuery->bindValue(1, count);
+        m_positionsQuery->exec();
+        page = readPage(*m_positionsQuery, QLatin1String(Zentra_Fields::System::positionStr));
+        page.totalSize = m_positionCount;
+        if (page.rows == 0)
+            page.positionStr = positionStr;
+        return page;
+    }
+    const int first = int(std::upper_bound(m_positionKeys.cbegin(), m_positionKeys.cend(), positionStr) - m_positionKeys.cbegin());
+    page.rows = qMax(0, qMin(count, m_positionKeys.size() - first));
+    if (page.rows > 0) {
+        m_positionRows.append(page.rowsCbor, first, page.rows);
+        page.positionStr = m_positionKeys.at(first + page.rows - 1);
+    }
+    return page;
+}
+
+GatewayPage GatewayDatabase::numberedPage(QSqlQuery& query, GatewayRowCache& cache, int rowCount, int pageNo, int pageSize)
+{
+    // Rows are numbered from 1 without gaps, so page n holds rows n * size + 1 onwards.
+    GatewayPage page;
+    page.totalSize = rowCount;
+    const qint64 first = qint64(pageNo) * pageSize;
+    if (first >= rowCount)
+        return page;
+    const int count = int(qMin<qint64>(pageSize, rowCount - first));
+    if (!cache.has(int(first), count)) {
+        query.bindValue(0, first);
+        query.bindValue(1, pageSize);
+        query.exec();
+        GatewayPage read = readPage(query);
+        read.totalSize = rowCount;
+        if (read.rows != count)
+            return read; // the table is not numbered as expected: answer what it holds
+        cache.store(int(first), read);
+    }
+    page.rows = count;
+    cache.append(page.rowsCbor, int(first), count);
     return page;
 }
 
 GatewayPage GatewayDatabase::orders(int pageNo, int pageSize)
 {
-    m_ordersQuery->bindValue(0, qint64(pageNo) * pageSize);
-    m_ordersQuery->bindValue(1, pageSize);
-    m_ordersQuery->exec();
-    GatewayPage page = readPage(*m_ordersQuery);
-    page.totalSize = m_orderCount;
-    return page;
+    return numberedPage(*m_ordersQuery, m_orderRows, m_orderCount, pageNo, pageSize);
 }
 
 GatewayPage GatewayDatabase::trades(int pageNo, int pageSize)
 {
-    m_tradesQuery->bindValue(0, qint64(pageNo) * pageSize);
-    m_tradesQuery->bindValue(1, pageSize);
-    m_tradesQuery->exec();
-    GatewayPage page = readPage(*m_tradesQuery);
-    page.totalSize = m_tradeCount;
-    return page;
+    return numberedPage(*m_tradesQuery, m_tradeRows, m_tradeCount, pageNo, pageSize);
 }
 
 bool GatewayDatabase::insertOrder(GatewayOrder& order)
@@ -403,5 +471,14 @@ bool GatewayDatabase::updateOrder(const GatewayOrder& order)
     q.addBindValue(order.orderStatus);
     q.addBindValue(order.cumQty);
     q.addBindValue(order.orderID);
-    return q.exec();
+    if (!q.exec())
+        return false;
+    // Order ids are the row numbers; the changed row is read again with its next page.
+    bool numbered = false;
+    const qint64 seq = order.orderID.toLongLong(&numbered);
+    if (numbered && seq >= 1 && seq <= m_orderCount)
+        m_orderRows.forget(int(seq - 1));
+    else
+        m_orderRows.clear();
+    return true;
 }

@@ -2,6 +2,7 @@
 
 #include "GatewayOrder.h"
 #include "GatewayPage.h"
+#include "GatewayRowCache.h"
 
 #include <QSqlDatabase>
 #include <QString>
@@ -43,6 +44,8 @@ private:
     bool generate(int rows, quint32 seed, QString* error);
     bool exec(const QString& sql, QString* error = nullptr);
     GatewayPage readPage(QSqlQuery& query, const QString& positionField = QString());
+    GatewayPage numberedPage(QSqlQuery& query, GatewayRowCache& cache, int rowCount, int pageNo, int pageSize);
+    bool loadPositions();
 
     QString m_connection;
     QSqlDatabase m_db;
@@ -52,4 +55,10 @@ private:
     std::unique_ptr<QSqlQuery> m_positionsQuery;
     std::unique_ptr<QSqlQuery> m_ordersQuery;
     std::unique_ptr<QSqlQuery> m_tradesQuery;
+    // Replies are built from rows encoded once; placed and changed orders update them.
+    GatewayPage m_funds;
+    GatewayRowCache m_positionRows;
+    QStringList m_positionKeys; // positionStr of each kept position, ascending
+    GatewayRowCache m_orderRows;
+    GatewayRowCache m_tradeRows;
 };

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <QByteArray>
 #include <QStringList>
 #include <QVector>
 #include <QVariant>
@@ -12,4 +13,6 @@ struct GatewayPage {
     int rows = 0;
     int totalSize = 0;
     QString positionStr; // position of the last row, for position paging
+    // The rows already as CBOR maps, one after another; `cells` is then empty.
+    QByteArray rowsCbor;
 };

@@ -4,6 +4,7 @@
 #include <ZentraFields.h>
 
 #include <QCborStreamWriter>
+#include <QtEndian>
 
 QVariantMap GatewayReply::head(bool success, int totalSize, int rows, const QString& positionStr, const QString& text)
 {
@@ -22,6 +23,22 @@ QVariantMap GatewayReply::head(bool success, int totalSize, int rows, const QStr
 QByteArray GatewayReply::fromPage(const GatewayPage& page)
 {
     QByteArray out;
+    if (page.cells.isEmpty()) {
+        // The array's head, the head row, then the rows that are already CBOR.
+        const QByteArray headRow = WireFrameCodec::encodeMessage(head(true, page.totalSize, page.rows, page.positionStr));
+        out.reserve(16 + headRow.size() + page.rowsCbor.size());
+        const quint32 items = quint32(page.rows) + 1;
+        if (items < 24) {
+            out.append(char(0x80 | items));
+        } else {
+            char bytes[5] = {char(0x9a)};
+            qToBigEndian(items, bytes + 1);
+            out.append(bytes, 5);
+        }
+        out.append(headRow);
+        out.append(page.rowsCbor);
+        return out;
+    }
     out.reserve(64 + page.cells.size() * 24);
     QCborStreamWriter w(&out);
     w.startArray(quint64(page.rows) + 1);
