@@ -4,18 +4,17 @@
 
 #include <QAtomicInteger>
 
-#include <atomic>
 #include <memory>
 
-class QThread;
 class PendingRequests;
 class TcpTransportLink;
 
-// Carries presenter requests to a gateway over TCP. One connection per transport, owned
-// by a private I/O thread; callers on any thread send at once, each waiting for the reply
-// that carries its own request id. The connection is opened on the first send and opened
-// again on the next send after it was lost. Gateway pushes are emitted as pushed(), from
-// the I/O thread.
+// Carries presenter requests to a gateway over TCP. One connection per transport: callers
+// on any thread write their requests to it themselves, one whole frame at a time, and each
+// waits for the reply that carries its own request id, which a private reading thread
+// hands to that caller alone. The connection is opened on the first send and opened again
+// on the next send after it was lost. Gateway pushes are emitted as pushed(), from the
+// reading thread.
 class VANTORPLATFORM_EXPORT TcpTransport : public IPresenterTransport
 {
     Q_OBJECT
@@ -38,8 +37,6 @@ private:
     quint16 m_port = 0;
     bool m_valid = false;
     QAtomicInteger<qint64> m_nextId{0};
-    std::shared_ptr<PendingRequests> m_pending;
-    QThread* m_thread = nullptr;
-    TcpTransportLink* m_link = nullptr;
-    std::atomic<bool> m_linkGone{false};
+    std::unique_ptr<PendingRequests> m_pending;
+    std::unique_ptr<TcpTransportLink> m_link;
 };

@@ -10,7 +10,7 @@ std::shared_ptr<PendingRequests::Entry> PendingRequests::add(qint64 id)
     return entry;
 }
 
-bool PendingRequests::wait(qint64 id, const std::shared_ptr<Entry>& entry, qint64 timeoutMs, bool* sent)
+bool PendingRequests::wait(qint64 id, const std::shared_ptr<Entry>& entry, qint64 timeoutMs)
 {
     QMutexLocker locker(&m_mutex);
     const QDeadlineTimer deadline(timeoutMs);
@@ -19,22 +19,22 @@ bool PendingRequests::wait(qint64 id, const std::shared_ptr<Entry>& entry, qint6
             break;
     }
     m_entries.remove(id);
-    if (sent)
-        *sent = entry->sent;
     return entry->finished;
 }
 
-bool PendingRequests::markSent(qint64 id)
+void PendingRequests::remove(qint64 id)
 {
     QMutexLocker locker(&m_mutex);
-    auto it = m_entries.find(id);
-    if (it == m_entries.end())
-        return false;
-    it.value()->sent = true;
-    return true;
+    m_entries.remove(id);
 }
 
-void PendingRequests::complete(qint64 id, int result, const QVariant& reply)
+void PendingRequests::markSent(const std::shared_ptr<Entry>& entry, quint64 connection)
+{
+    QMutexLocker locker(&m_mutex);
+    entry->connection = connection;
+}
+
+void PendingRequests::complete(qint64 id, int result, QVariant&& reply)
 {
     QMutexLocker locker(&m_mutex);
     auto it = m_entries.find(id);
@@ -43,21 +43,21 @@ void PendingRequests::complete(qint64 id, int result, const QVariant& reply)
     Entry& entry = *it.value();
     entry.finished = true;
     entry.result = result;
-    entry.reply = reply;
-    entry.done.wakeAll();
+    entry.reply = std::move(reply);
+    entry.done.wakeOne();
 }
 
-void PendingRequests::failSent(const QVariant& reply, int result)
+void PendingRequests::failSent(quint64 connection, const QVariant& reply, int result)
 {
     QMutexLocker locker(&m_mutex);
     for (auto it = m_entries.begin(); it != m_entries.end(); ++it) {
         Entry& entry = *it.value();
-        if (!entry.sent || entry.finished)
+        if (entry.connection != connection || entry.finished)
             continue;
         entry.finished = true;
         entry.result = result;
         entry.reply = reply;
-        entry.done.wakeAll();
+        entry.done.wakeOne();
     }
 }
 

@@ -8,47 +8,38 @@
 #include "WireFrameCodec.h"
 #include "ZentraFields.h"
 
-#include <QThread>
+#include <QDeadlineTimer>
 
 #include <limits>
+
+namespace {
+QVariant timeoutReply()
+{
+    QVariantMap head;
+    head.insert(QLatin1String(Zentra_Fields::System::requestExeStatus), QLatin1String(Vantor_Values::RequestExeStatus::timeout));
+    head.insert(QLatin1String(Zentra_Fields::System::textDescription), QStringLiteral("等待交易网关应答超时"));
+    return QVariantList{head};
+}
+} // namespace
 
 TcpTransport::TcpTransport(const QString& address, QObject* parent)
     : IPresenterTransport(parent)
     , m_address(address)
-    , m_pending(std::make_shared<PendingRequests>())
+    , m_pending(std::make_unique<PendingRequests>())
 {
     m_valid = parseAddress(address, &m_host, &m_port);
     if (!m_valid) {
         qCWarning(lcPlatform).noquote() << "TcpTransport::TcpTransport" << QStringLiteral("交易网关地址无效：%1").arg(address);
         return;
     }
-    m_thread = new QThread;
-    m_thread->setObjectName(QStringLiteral("gateway-io"));
-    m_link = new TcpTransportLink(m_host, m_port, m_pending);
-    m_link->moveToThread(m_thread);
-    connect(m_link, &TcpTransportLink::pushed, this, &IPresenterTransport::pushed, Qt::DirectConnection);
-    // The link goes with its thread, on its thread. This needs no posted event, so it also
-    // works when the transport is destroyed after the application object.
-    TcpTransportLink* link = m_link;
-    std::atomic<bool>* linkGone = &m_linkGone;
-    connect(m_thread, &QThread::finished, m_thread, [link, linkGone] {
-        link->shutdown();
-        delete link;
-        linkGone->store(true, std::memory_order_release);
-    }, Qt::DirectConnection);
-    m_thread->start();
+    m_link = std::make_unique<TcpTransportLink>(m_host, m_port, *m_pending);
+    connect(m_link.get(), &TcpTransportLink::pushed, this, &IPresenterTransport::pushed, Qt::DirectConnection);
 }
 
 TcpTransport::~TcpTransport()
 {
-    if (!m_thread)
-        return;
-    m_thread->quit();
-    m_thread->wait();
-    // Orders the link's end before the thread object goes, in a way race checkers see.
-    while (!m_linkGone.load(std::memory_order_acquire))
-        QThread::yieldCurrentThread();
-    delete m_thread;
+    // Closes the connection and ends the reading thread before the requests go.
+    m_link.reset();
 }
 
 bool TcpTransport::parseAddress(const QString& address, QString* host, quint16* port)
@@ -77,7 +68,7 @@ int TcpTransport::request(const QString& type, const QString& srcId, const QVari
         reply = ScriptedTransport::failureReply(QStringLiteral("交易网关地址无效：%1").arg(m_address));
         return Failure;
     }
-    if (QThread::currentThread() == m_thread) {
+    if (m_link->isReadingThread()) {
         reply = ScriptedTransport::failureReply(QStringLiteral("不能在网络线程中同步发送请求"));
         return Failure;
     }
@@ -85,26 +76,36 @@ int TcpTransport::request(const QString& type, const QString& srcId, const QVari
     // Encoding happens on the caller's thread, so that many callers encode at once.
     const QByteArray frame = WireFrameCodec::encode(id, QLatin1String(WireKind::request), type, srcId,
                                                     WireFrameCodec::encodeMessage(msg));
-    auto entry = m_pending->add(id);
-    if (m_link->enqueue(id, frame))
-        QMetaObject::invokeMethod(m_link, "drain", Qt::QueuedConnection);
-
     const qint64 waitMs = qint64(qMin<unsigned long>(timeoutMs, static_cast<unsigned long>(std::numeric_limits<int>::max())));
-    bool sent = false;
-    if (m_pending->wait(id, entry, waitMs, &sent)) {
+    const QDeadlineTimer deadline(waitMs);
+    auto entry = m_pending->add(id);
+    QString why;
+    switch (m_link->send(entry, frame, deadline, &why)) {
+    case TcpTransportLink::Sent:
+        break;
+    case TcpTransportLink::NotConnected:
+        // The request never left: the gateway could not be reached.
+        m_pending->remove(id);
+        reply = ScriptedTransport::failureReply(why);
+        return Failure;
+    case TcpTransportLink::TimedOut:
+    case TcpTransportLink::Broken:
+        // The connection broke under the request (or could not take it in time); the reading
+        // thread may have failed it meanwhile, but this caller answers for itself.
+        m_pending->remove(id);
+        if (!deadline.hasExpired()) {
+            reply = ScriptedTransport::failureReply(why);
+            return Failure;
+        }
+        qCInfo(lcPlatform).noquote() << "TcpTransport::request" << QStringLiteral("功能号%1：%2").arg(type, why);
+        reply = timeoutReply();
+        return Timeout;
+    }
+
+    if (m_pending->wait(id, entry, qMax<qint64>(0, deadline.remainingTime()))) {
         reply = std::move(entry->reply);
         return entry->result;
     }
-    if (!sent) {
-        // The request never left: the gateway could not be reached in time.
-        qCInfo(lcPlatform).noquote() << "TcpTransport::request"
-                                     << QStringLiteral("连接交易网关%1超时，功能号%2").arg(m_address, type);
-        reply = ScriptedTransport::failureReply(QStringLiteral("连接交易网关%1超时").arg(m_address));
-        return Failure;
-    }
-    QVariantMap head;
-    head.insert(QLatin1String(Zentra_Fields::System::requestExeStatus), QLatin1String(Vantor_Values::RequestExeStatus::timeout));
-    head.insert(QLatin1String(Zentra_Fields::System::textDescription), QStringLiteral("等待交易网关应答超时"));
-    reply = QVariantList{head};
+    reply = timeoutReply();
     return Timeout;
 }

@@ -1,43 +1,125 @@
 #include "TcpTransportLink.h"
 
 #include "IPresenterTransport.h"
-#include "PendingRequests.h"
 #include "PlatformLogging.h"
 #include "ScriptedTransport.h"
 #include "ZentraFields.h"
 
-#include <QTcpSocket>
+#include <cerrno>
+#include <cstring>
+#include <fcntl.h>
+#include <netdb.h>
+#include <netinet/in.h>
+#include <netinet/tcp.h>
+#include <poll.h>
+#include <sys/socket.h>
+#include <sys/types.h>
+#include <unistd.h>
 
 namespace {
-QString socketErrorText(QAbstractSocket::SocketError error)
+QString errnoText(int error)
 {
     switch (error) {
-    case QAbstractSocket::ConnectionRefusedError:
-        return QStringLiteral("连接被拒绝");
-    case QAbstractSocket::RemoteHostClosedError:
+    case 0:
         return QStringLiteral("连接被对方关闭");
-    case QAbstractSocket::HostNotFoundError:
-        return QStringLiteral("找不到主机");
-    case QAbstractSocket::SocketTimeoutError:
+    case ECONNREFUSED:
+        return QStringLiteral("连接被拒绝");
+    case ECONNRESET:
+    case EPIPE:
+        return QStringLiteral("连接被对方重置");
+    case ETIMEDOUT:
         return QStringLiteral("连接超时");
-    case QAbstractSocket::NetworkError:
-        return QStringLiteral("网络错误");
+    case EHOSTUNREACH:
+    case ENETUNREACH:
+    case ENETDOWN:
+        return QStringLiteral("网络不可达");
     default:
-        return QStringLiteral("网络错误（%1）").arg(int(error));
+        return QStringLiteral("网络错误（%1）").arg(QString::fromLocal8Bit(std::strerror(error)));
     }
+}
+
+int pollFor(int fd, short events, const QDeadlineTimer& deadline)
+{
+    for (;;) {
+        pollfd p = {fd, events, 0};
+        const qint64 left = deadline.remainingTime();
+        const int rc = ::poll(&p, 1, left < 0 ? -1 : int(qMin<qint64>(left, 1 << 30)));
+        if (rc < 0 && errno == EINTR)
+            continue;
+        return rc;
+    }
+}
+
+// A connected, blocking socket, or -1 with the reason.
+int openSocket(const QString& host, quint16 port, const QDeadlineTimer& deadline, QString* why)
+{
+    addrinfo hints = {};
+    hints.ai_family = AF_UNSPEC;
+    hints.ai_socktype = SOCK_STREAM;
+    addrinfo* found = nullptr;
+    if (::getaddrinfo(host.toUtf8().constData(), QByteArray::number(port).constData(), &hints, &found) != 0 || !found) {
+        *why = QStringLiteral("找不到主机");
+        return -1;
+    }
+    int error = ECONNREFUSED;
+    int fd = -1;
+    for (addrinfo* a = found; a && fd < 0; a = a->ai_next) {
+        fd = ::socket(a->ai_family, a->ai_socktype | SOCK_CLOEXEC | SOCK_NONBLOCK, a->ai_protocol);
+        if (fd < 0) {
+            error = errno;
+            continue;
+        }
+        int rc = ::connect(fd, a->ai_addr, a->ai_addrlen);
+        if (rc < 0 && errno == EINPROGRESS) {
+            rc = pollFor(fd, POLLOUT, deadline);
+            if (rc == 0) {
+                error = ETIMEDOUT;
+                rc = -1;
+            } else if (rc > 0) {
+                socklen_t len = sizeof error;
+                rc = ::getsockopt(fd, SOL_SOCKET, SO_ERROR, &error, &len) == 0 && error == 0 ? 0 : -1;
+            } else {
+                error = errno;
+            }
+        } else if (rc < 0) {
+            error = errno;
+        }
+        if (rc < 0) {
+            ::close(fd);
+            fd = -1;
+        }
+    }
+    ::freeaddrinfo(found);
+    if (fd < 0) {
+        *why = errnoText(error);
+        return -1;
+    }
+    ::fcntl(fd, F_SETFL, ::fcntl(fd, F_GETFL) & ~O_NONBLOCK); // the reading thread blocks on it
+    const int one = 1;
+    ::setsockopt(fd, IPPROTO_TCP, TCP_NODELAY, &one, sizeof one);
+    return fd;
 }
 } // namespace
 
-TcpTransportLink::TcpTransportLink(const QString& host, quint16 port, std::shared_ptr<PendingRequests> pending)
+TcpTransportLink::TcpTransportLink(const QString& host, quint16 port, PendingRequests& pending)
     : m_host(host)
     , m_port(port)
-    , m_pending(std::move(pending))
-    , m_socket(new QTcpSocket(this))
+    , m_pending(pending)
 {
-    connect(m_socket, &QTcpSocket::connected, this, &TcpTransportLink::onConnected);
-    connect(m_socket, &QTcpSocket::readyRead, this, &TcpTransportLink::onReadyRead);
-    connect(m_socket, &QTcpSocket::errorOccurred, this, &TcpTransportLink::onError);
-    connect(m_socket, &QTcpSocket::disconnected, this, &TcpTransportLink::onDisconnected);
+    m_reader = std::thread([this] { readLoop(); });
+    m_readerId = m_reader.get_id();
+}
+
+TcpTransportLink::~TcpTransportLink()
+{
+    {
+        std::lock_guard<std::mutex> lock(m_mutex);
+        m_stopping = true;
+        if (m_fd >= 0)
+            ::shutdown(m_fd, SHUT_RDWR); // the reading thread wakes, closes and fails what is in flight
+    }
+    m_changed.notify_all();
+    m_reader.join();
 }
 
 QString TcpTransportLink::endpoint() const
@@ -45,139 +127,160 @@ QString TcpTransportLink::endpoint() const
     return QStringLiteral("%1:%2").arg(m_host).arg(m_port);
 }
 
-bool TcpTransportLink::enqueue(qint64 id, const QByteArray& frame)
+bool TcpTransportLink::connectLocked(const QDeadlineTimer& deadline, QString* why)
 {
-    std::lock_guard<std::mutex> lock(m_inboxMutex);
-    m_inbox.append({id, frame});
-    return !std::exchange(m_drainPosted, true);
-}
-
-void TcpTransportLink::drain()
-{
-    QVector<QPair<qint64, QByteArray>> inbox;
-    {
-        std::lock_guard<std::mutex> lock(m_inboxMutex);
-        inbox.swap(m_inbox);
-        m_drainPosted = false;
+    qCDebug(lcPlatform).noquote() << "TcpTransportLink::connectLocked" << QStringLiteral("连接交易网关%1").arg(endpoint());
+    QString reason;
+    const int fd = openSocket(m_host, m_port, deadline, &reason);
+    if (fd < 0) {
+        *why = QStringLiteral("无法连接交易网关%1：%2").arg(endpoint(), reason);
+        qCInfo(lcPlatform).noquote() << "TcpTransportLink::connectLocked" << *why;
+        return false;
     }
-    for (const auto& item : inbox)
-        send(item.first, item.second);
+    m_fd = fd;
+    ++m_connection;
+    qCInfo(lcPlatform).noquote() << "TcpTransportLink::connectLocked" << QStringLiteral("已连接交易网关%1").arg(endpoint());
+    return true;
 }
 
-void TcpTransportLink::send(qint64 id, const QByteArray& frame)
+TcpTransportLink::SendResult TcpTransportLink::send(const std::shared_ptr<PendingRequests::Entry>& entry,
+                                                    const QByteArray& frame, const QDeadlineTimer& deadline, QString* why)
 {
-    if (m_socket->state() == QAbstractSocket::ConnectedState) {
-        if (m_pending->markSent(id)) {
-            m_socket->write(frame);
-            m_socket->flush(); // out now rather than on the next pass of the event loop
+    std::unique_lock<std::mutex> lock(m_mutex);
+    // A connection whose write failed is being closed by the reading thread; the next one
+    // is opened once it is gone.
+    while (m_broken && !m_stopping) {
+        if (m_changed.wait_until(lock, deadline.deadline<std::chrono::steady_clock>()) == std::cv_status::timeout) {
+            *why = QStringLiteral("连接交易网关%1超时").arg(endpoint());
+            return NotConnected;
         }
-        return;
     }
-    m_queued.append({id, frame});
-    if (m_socket->state() == QAbstractSocket::UnconnectedState) {
-        qCDebug(lcPlatform).noquote() << "TcpTransportLink::send" << QStringLiteral("连接交易网关%1").arg(endpoint());
-        m_decoder.clear();
-        m_socket->connectToHost(m_host, m_port);
+    if (m_stopping) {
+        *why = QStringLiteral("与交易网关%1的连接已关闭").arg(endpoint());
+        return NotConnected;
     }
+    if (m_fd < 0) {
+        if (!connectLocked(deadline, why))
+            return NotConnected;
+        lock.unlock();
+        m_changed.notify_all(); // the reading thread takes the new connection
+        lock.lock();
+        if (m_fd < 0 || m_broken || m_stopping) {
+            *why = QStringLiteral("与交易网关%1的连接已断开").arg(endpoint());
+            return NotConnected;
+        }
+    }
+
+    const char* data = frame.constData();
+    qsizetype left = frame.size();
+    int error = 0;
+    while (left > 0) {
+        const ssize_t put = ::send(m_fd, data, size_t(left), MSG_NOSIGNAL | MSG_DONTWAIT);
+        if (put > 0) {
+            data += put;
+            left -= put;
+            continue;
+        }
+        if (put < 0 && errno == EINTR)
+            continue;
+        if (put < 0 && (errno == EAGAIN || errno == EWOULDBLOCK)) {
+            const int rc = pollFor(m_fd, POLLOUT, deadline);
+            if (rc > 0)
+                continue;
+            error = rc == 0 ? ETIMEDOUT : errno;
+        } else {
+            error = put < 0 ? errno : EPIPE;
+        }
+        break;
+    }
+    if (left == 0) {
+        m_pending.markSent(entry, m_connection);
+        return Sent;
+    }
+    // Part of a frame may have left: the connection cannot carry another one.
+    ::shutdown(m_fd, SHUT_RDWR);
+    m_broken = true;
+    *why = QStringLiteral("与交易网关%1的连接已断开：%2").arg(endpoint(), errnoText(error));
+    qCInfo(lcPlatform).noquote() << "TcpTransportLink::send" << *why;
+    return error == ETIMEDOUT ? TimedOut : Broken;
 }
 
-void TcpTransportLink::onConnected()
-{
-    qCInfo(lcPlatform).noquote() << "TcpTransportLink::onConnected" << QStringLiteral("已连接交易网关%1").arg(endpoint());
-    m_socket->setSocketOption(QAbstractSocket::LowDelayOption, 1);
-    const auto queued = std::exchange(m_queued, {});
-    for (const auto& item : queued) {
-        if (m_pending->markSent(item.first))
-            m_socket->write(item.second);
-    }
-}
-
-void TcpTransportLink::onReadyRead()
+void TcpTransportLink::readLoop()
 {
     for (;;) {
-        const qint64 available = m_socket->bytesAvailable();
-        if (available <= 0)
-            break;
-        if (m_readBuffer.size() < available)
-            m_readBuffer.resize(int(qMin<qint64>(available, 4 * 1024 * 1024)));
-        const qint64 got = m_socket->read(m_readBuffer.data(), m_readBuffer.size());
-        if (got <= 0)
-            break;
-        m_decoder.append(m_readBuffer.constData(), got);
+        int fd = -1;
+        quint64 connection = 0;
+        {
+            std::unique_lock<std::mutex> lock(m_mutex);
+            m_changed.wait(lock, [this] { return m_stopping || m_fd >= 0; });
+            if (m_fd < 0)
+                return; // stopping without a connection
+            fd = m_fd;
+            connection = m_connection;
+        }
+        const QString reason = readConnection(fd);
+        {
+            std::lock_guard<std::mutex> lock(m_mutex);
+            ::close(fd);
+            m_fd = -1;
+            m_broken = false;
+        }
+        m_changed.notify_all();
+        qCInfo(lcPlatform).noquote() << "TcpTransportLink::readLoop" << reason;
+        // Requests written to the lost connection cannot be answered any more.
+        m_pending.failSent(connection, ScriptedTransport::failureReply(reason), IPresenterTransport::Failure);
     }
+}
+
+QString TcpTransportLink::readConnection(int fd)
+{
+    m_decoder.clear();
+    if (m_readBuffer.size() == 0)
+        m_readBuffer.resize(256 * 1024);
     WireFrame frame;
     for (;;) {
-        const auto status = m_decoder.next(frame);
-        if (status == WireFrameCodec::NeedMore)
-            return;
-        if (status == WireFrameCodec::Error) {
-            qCCritical(lcPlatform).noquote() << "TcpTransportLink::onReadyRead"
-                                             << QStringLiteral("交易网关%1发来的数据无法解析，断开连接：%2")
-                                                    .arg(endpoint(), m_decoder.errorString());
-            dropConnection(QStringLiteral("交易网关发来的数据无法解析"));
-            return;
+        const ssize_t got = ::recv(fd, m_readBuffer.data(), size_t(m_readBuffer.size()), 0);
+        if (got < 0 && errno == EINTR)
+            continue;
+        if (got <= 0) {
+            bool stopping = false;
+            {
+                std::lock_guard<std::mutex> lock(m_mutex);
+                stopping = m_stopping;
+            }
+            if (stopping)
+                return QStringLiteral("与交易网关%1的连接已关闭").arg(endpoint());
+            return QStringLiteral("与交易网关%1的连接已断开：%2").arg(endpoint(), errnoText(got < 0 ? errno : 0));
         }
-        dispatch(frame);
-        if (m_socket->state() != QAbstractSocket::ConnectedState)
-            return;
+        m_decoder.append(m_readBuffer.constData(), got);
+        for (;;) {
+            const auto status = m_decoder.next(frame);
+            if (status == WireFrameCodec::NeedMore)
+                break;
+            if (status == WireFrameCodec::Error) {
+                qCCritical(lcPlatform).noquote() << "TcpTransportLink::readConnection"
+                                                 << QStringLiteral("交易网关%1发来的数据无法解析，断开连接：%2")
+                                                        .arg(endpoint(), m_decoder.errorString());
+                ::shutdown(fd, SHUT_RDWR);
+                return QStringLiteral("交易网关发来的数据无法解析");
+            }
+            dispatch(frame);
+        }
     }
 }
 
 void TcpTransportLink::dispatch(WireFrame& frame)
 {
     if (frame.kind == QLatin1String(WireKind::reply)) {
-        m_pending->complete(frame.id, IPresenterTransport::Reply, frame.msg);
+        m_pending.complete(frame.id, IPresenterTransport::Reply, std::move(frame.msg));
     } else if (frame.kind == QLatin1String(WireKind::failure)) {
         const QVariantMap head = frame.msg.toList().value(0).toMap();
         if (head.value(QLatin1String(Zentra_Fields::System::textDescription)).toString().isEmpty())
             frame.msg = ScriptedTransport::failureReply(QStringLiteral("交易网关处理请求失败"));
-        m_pending->complete(frame.id, IPresenterTransport::Failure, frame.msg);
+        m_pending.complete(frame.id, IPresenterTransport::Failure, std::move(frame.msg));
     } else if (frame.kind == QLatin1String(WireKind::push)) {
         emit pushed(frame.type, frame.msg);
     } else {
         qCDebug(lcPlatform).noquote() << "TcpTransportLink::dispatch" << QStringLiteral("忽略类别为%1的帧").arg(frame.kind);
     }
-}
-
-void TcpTransportLink::onError(QAbstractSocket::SocketError error)
-{
-    const QString why = socketErrorText(error);
-    if (!m_queued.isEmpty() && m_socket->state() != QAbstractSocket::ConnectedState) {
-        qCInfo(lcPlatform).noquote() << "TcpTransportLink::onError"
-                                     << QStringLiteral("无法连接交易网关%1：%2").arg(endpoint(), why);
-        failQueued(QStringLiteral("无法连接交易网关%1：%2").arg(endpoint(), why));
-    }
-    dropConnection(QStringLiteral("与交易网关%1的连接已断开：%2").arg(endpoint(), why));
-}
-
-void TcpTransportLink::onDisconnected()
-{
-    dropConnection(QStringLiteral("与交易网关%1的连接已断开").arg(endpoint()));
-}
-
-void TcpTransportLink::dropConnection(const QString& reason)
-{
-    // Requests written to the lost connection cannot be answered any more.
-    m_pending->failSent(ScriptedTransport::failureReply(reason), IPresenterTransport::Failure);
-    failQueued(reason);
-    m_decoder.clear();
-    if (m_socket->state() != QAbstractSocket::UnconnectedState && !m_dropping) {
-        qCInfo(lcPlatform).noquote() << "TcpTransportLink::dropConnection" << reason;
-        m_dropping = true; // abort() reports the disconnection at once
-        m_socket->abort();
-        m_dropping = false;
-    }
-}
-
-void TcpTransportLink::failQueued(const QString& reason)
-{
-    const auto queued = std::exchange(m_queued, {});
-    const QVariant reply = ScriptedTransport::failureReply(reason);
-    for (const auto& item : queued)
-        m_pending->complete(item.first, IPresenterTransport::Failure, reply);
-}
-
-void TcpTransportLink::shutdown()
-{
-    dropConnection(QStringLiteral("与交易网关%1的连接已关闭").arg(endpoint()));
 }

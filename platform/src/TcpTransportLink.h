@@ -1,57 +1,62 @@
 #pragma once
 
+#include "PendingRequests.h"
 #include "WireFrameCodec.h"
 
-#include <QAbstractSocket>
+#include <QByteArray>
+#include <QDeadlineTimer>
 #include <QObject>
-#include <QVector>
 
+#include <condition_variable>
 #include <memory>
 #include <mutex>
+#include <thread>
 
-class PendingRequests;
-class QTcpSocket;
-
-// The I/O-thread side of a TcpTransport: owns the socket, writes the frames that callers
-// hand over, splits what arrives into frames and completes the waiting requests.
+// The connection of a TcpTransport. Callers write their frames themselves, one at a time,
+// opening the connection first when there is none; a reading thread of its own splits what
+// arrives into frames, completes the waiting request of each reply (waking that caller
+// only) and emits pushes. When the connection breaks, the requests written to it fail and
+// the next send opens a new one.
 class TcpTransportLink : public QObject
 {
     Q_OBJECT
 public:
-    TcpTransportLink(const QString& host, quint16 port, std::shared_ptr<PendingRequests> pending);
+    enum SendResult { Sent, NotConnected, TimedOut, Broken };
 
-    // Any thread: hands a frame over to the I/O thread. True when the caller is to post a
-    // call of drain(); frames handed over meanwhile go with the same call.
-    bool enqueue(qint64 id, const QByteArray& frame);
-    // Runs on the I/O thread: sends what was handed over.
-    Q_INVOKABLE void drain();
-    // Runs on the I/O thread. Opens the connection first when there is none.
-    void send(qint64 id, const QByteArray& frame);
-    // Closes the connection; requests in flight fail. Runs on the I/O thread.
-    void shutdown();
+    TcpTransportLink(const QString& host, quint16 port, PendingRequests& pending);
+    // Closes the connection (requests in flight fail) and ends the reading thread.
+    ~TcpTransportLink() override;
+
+    // Writes one whole frame before the deadline and marks the entry with the connection
+    // it went to. `why` tells what went wrong otherwise.
+    SendResult send(const std::shared_ptr<PendingRequests::Entry>& entry, const QByteArray& frame,
+                    const QDeadlineTimer& deadline, QString* why);
+    bool isReadingThread() const { return std::this_thread::get_id() == m_readerId; }
+    QString endpoint() const;
 
 signals:
     void pushed(const QString& type, const QVariant& msg);
 
 private:
-    void onConnected();
-    void onReadyRead();
-    void onError(QAbstractSocket::SocketError error);
-    void onDisconnected();
-    void dropConnection(const QString& reason);
-    void failQueued(const QString& reason);
+    bool connectLocked(const QDeadlineTimer& deadline, QString* why);
+    void readLoop();
+    // Reads one connection until it ends; the reason it ended.
+    QString readConnection(int fd);
     void dispatch(WireFrame& frame);
-    QString endpoint() const;
 
-    QString m_host;
-    quint16 m_port;
-    std::shared_ptr<PendingRequests> m_pending;
-    QTcpSocket* m_socket = nullptr;
-    WireFrameCodec m_decoder;
-    QVector<QPair<qint64, QByteArray>> m_queued; // waiting for the connection
-    QByteArray m_readBuffer;
-    bool m_dropping = false;
-    std::mutex m_inboxMutex; // a standard mutex, so that race checkers see the hand-over
-    QVector<QPair<qint64, QByteArray>> m_inbox;
-    bool m_drainPosted = false;
+    const QString m_host;
+    const quint16 m_port;
+    PendingRequests& m_pending;
+
+    std::mutex m_mutex; // guards the members below and every write to the socket
+    std::condition_variable m_changed;
+    int m_fd = -1;
+    quint64 m_connection = 0; // number of the current (or last) connection
+    bool m_broken = false;    // a write failed: the reading thread is to close the connection
+    bool m_stopping = false;
+
+    WireFrameCodec m_decoder; // reading thread only
+    QByteArray m_readBuffer;  // reading thread only
+    std::thread m_reader;
+    std::thread::id m_readerId;
 };
