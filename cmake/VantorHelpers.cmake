@@ -7,7 +7,7 @@ function(vantor_add_test)
   add_executable(${T_NAME} ${T_SOURCES})
   if(CMAKE_CXX_FLAGS MATCHES "-fsanitize=thread")
     # Lets the sanitizer see the ordering given by Qt's locks (Qt itself is not instrumented).
-    target_sources(${T_NAME} PRIVATE ${PROJECT_SOURCE_DIR}/tests/common/TsanQtAnnotations.cpp)
+    target_sources(${T_NAME} PRIVATE ${PROJECT_SOURCE_DIR}/tools/tsan/TsanQtAnnotations.cpp)
     target_link_libraries(${T_NAME} PRIVATE ${CMAKE_DL_LIBS})
   endif()
   target_link_libraries(${T_NAME} PRIVATE vantorutils_internal Qt5::Test ${T_LIBS})

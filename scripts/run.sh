@@ -1,5 +1,6 @@
 #!/usr/bin/env bash
-# Sets up, builds and runs the main job.
+# Sets up, builds and runs the main job: the example plug-in, built against an installed
+# copy of the library, against the gateway simulator on an ephemeral loopback port.
 set -euo pipefail
 cd "$(dirname "$0")/.."
 bash scripts/setup.sh
@@ -7,6 +8,4 @@ cmake --preset default
 cmake --build --preset default
 prefix=build/default/example-install
 cmake --install build/default --prefix "$prefix" > /dev/null
-cmake -S examples/plugin -B build/example -G Ninja -DCMAKE_PREFIX_PATH="$PWD/$prefix" > /dev/null
-cmake --build build/example
-LD_LIBRARY_PATH="$PWD/$prefix/lib" build/example/example-plugin "$@"
+bash scripts/run-example.sh "$prefix" "$@"

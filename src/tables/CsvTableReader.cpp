@@ -21,7 +21,7 @@ inline bool isSpace(QChar c)
     const ushort u = c.unicode();
     if (u < 0x80)
         return u == ' ' || (u >= '\t' && u <= '\r');
-    return c.isSpace();
+    return u <= 0x3000 && c.isSpace(); // no white space lies beyond the ideographic space
 }
 
 // The cell between begin and end with every double quote removed, then trimmed; done in
@@ -186,30 +186,36 @@ CsvTableReader::Status CsvTableReader::readRange(const QString& fileName, qint64
     int width = 1;
     std::unique_ptr<CellBuilder> cells = std::make_unique<CellBuilder>();
 
-    auto takeLine = [&](const QChar* b, const QChar* e) {
+    // The line being scanned: where its commas stand and how many carriage returns it has.
+    QVector<int> commas;
+    commas.reserve(256);
+    int crs = 0;
+
+    auto takeLine = [&](const QChar* data, int b, int e) {
         ++result.linesRead;
         // Carriage returns never reach a line, wherever they stand; the usual one at the
         // end of the line costs no copy.
-        while (e != b && (e - 1)->unicode() == '\r')
+        while (e > b && data[e - 1].unicode() == '\r') {
             --e;
-        bool hasCr = false;
-        for (const QChar* p = b; p != e; ++p) {
-            if (p->unicode() == '\r') {
-                hasCr = true;
-                break;
-            }
+            --crs;
         }
         QStringList row;
         row.reserve(width);
-        if (hasCr) {
+        if (crs > 0) {
             lineBuf.clear();
-            for (const QChar* p = b; p != e; ++p) {
-                if (p->unicode() != '\r')
-                    lineBuf.append(*p);
+            for (int i = b; i < e; ++i) {
+                if (data[i].unicode() != '\r')
+                    lineBuf.append(data[i]);
             }
             splitInto(row, *cells, lineBuf.constData(), lineBuf.constData() + lineBuf.size());
         } else {
-            splitInto(row, *cells, b, e);
+            int start = b;
+            int column = 0;
+            for (int comma : qAsConst(commas)) {
+                row.append(cells->cell(column++, data + start, data + comma));
+                start = comma + 1;
+            }
+            row.append(cells->cell(column, data + start, data + e));
         }
         width = row.size();
         if (cfg == SkipEmptyRows && allEmpty(row))
@@ -226,13 +232,26 @@ CsvTableReader::Status CsvTableReader::readRange(const QString& fileName, qint64
             result = Result();
             return BadEncoding;
         }
+        // One pass finds the line ends, the commas and the carriage returns; every other
+        // character lies above the comma and is passed over at once.
         const QChar* data = text.constData();
         const int size = text.size();
         int lineStart = 0;
+        commas.resize(0);
+        crs = 0;
         for (int i = 0; i < size; ++i) {
-            if (data[i].unicode() == '\n') {
-                takeLine(data + lineStart, data + i);
+            const ushort u = data[i].unicode();
+            if (u > ',')
+                continue;
+            if (u == ',') {
+                commas.append(i);
+            } else if (u == '\n') {
+                takeLine(data, lineStart, i);
                 lineStart = i + 1;
+                commas.resize(0);
+                crs = 0;
+            } else if (u == '\r') {
+                ++crs;
             }
         }
         text.remove(0, lineStart);
@@ -249,7 +268,16 @@ CsvTableReader::Status CsvTableReader::readRange(const QString& fileName, qint64
             break;
         }
     }
-    if (!text.isEmpty() && !onlyCr)
-        takeLine(text.constData(), text.constData() + text.size());
+    if (!text.isEmpty() && !onlyCr) {
+        commas.resize(0);
+        crs = 0;
+        for (int i = 0; i < text.size(); ++i) {
+            if (text.at(i).unicode() == ',')
+                commas.append(i);
+            else if (text.at(i).unicode() == '\r')
+                ++crs;
+        }
+        takeLine(text.constData(), 0, text.size());
+    }
     return Ok;
 }

@@ -15,6 +15,8 @@
 #include <QMutexLocker>
 #include <QSaveFile>
 
+#include <charconv>
+
 namespace {
 
 const QStringList& codecCandidates()
@@ -43,6 +45,36 @@ QString cleanCellText(QString text)
     }
     text.remove(QLatin1Char('\t'));
     return text.trimmed();
+}
+
+// The number a numeric cell's text stands for once thousands separators and spaces (and,
+// for a percentage, percent signs) are left out; 0 when it is no number. Plain decimals
+// are converted straight from their digits, anything else the way QString does.
+double numberFromText(const QString& text, bool percent)
+{
+    char buffer[64];
+    int n = 0;
+    bool plain = text.size() < int(sizeof buffer);
+    for (int i = 0; plain && i < text.size(); ++i) {
+        const ushort u = text.at(i).unicode();
+        if (u == ',' || u == ' ' || (percent && u == '%'))
+            continue;
+        if ((u >= '0' && u <= '9') || u == '.' || (u == '-' && n == 0))
+            buffer[n++] = char(u);
+        else
+            plain = false;
+    }
+    if (plain && n > 0) {
+        double value = 0;
+        const std::from_chars_result r = std::from_chars(buffer, buffer + n, value);
+        if (r.ec == std::errc() && r.ptr == buffer + n)
+            return value;
+    }
+    QString digits = text;
+    if (percent)
+        digits.remove(QLatin1Char('%'));
+    digits.remove(QLatin1Char(',')).remove(QLatin1Char(' '));
+    return digits.toDouble();
 }
 
 // Builds the rows of one sheet as its cells stream past: every row from the first to the
@@ -445,15 +477,25 @@ QMap<int, QString> TableFileAssist::buildColumnNumberFormats(const QList<QString
             const QStringList& row = data.at(r);
             if (col < 0 || col >= row.size())
                 continue;
-            QString text = row.at(col);
-            text.remove(QLatin1Char(' ')).remove(QLatin1Char(','));
-            if (text.endsWith(QLatin1Char('%')))
+            // Spaces and commas do not count, nor percent signs once the column is a
+            // percentage: the decimals are the other characters after the last dot.
+            const QString& text = row.at(col);
+            const QChar* p = text.constData();
+            int last = text.size() - 1;
+            while (last >= 0 && (p[last].unicode() == ' ' || p[last].unicode() == ','))
+                --last;
+            if (last >= 0 && p[last].unicode() == '%')
                 percent = true;
-            if (percent)
-                text.remove(QLatin1Char('%'));
-            const int dot = text.lastIndexOf(QLatin1Char('.'));
-            const int count = dot >= 0 ? text.size() - dot - 1 : 0;
-            decimals = qMax(decimals, qMin(count, 5));
+            int count = 0;
+            bool dot = false;
+            for (int i = last; i >= 0 && !dot; --i) {
+                const ushort u = p[i].unicode();
+                if (u == '.')
+                    dot = true;
+                else if (u != ' ' && u != ',' && !(percent && u == '%'))
+                    ++count;
+            }
+            decimals = qMax(decimals, qMin(dot ? count : 0, 5));
         }
         QString format = decimals < 1 ? QStringLiteral("0") : QStringLiteral("0.") + QString(decimals, QLatin1Char('0'));
         if (percent)
@@ -529,15 +571,8 @@ bool TableFileAssist::writeSheet(XlsxDocument* doc, const QString& sheetName, co
         for (int i = 0; i < row.size(); ++i) {
             const QString& text = row.at(i);
             if (i < numeric.size() && numeric.at(i)) {
-                QString digits = text;
-                double value;
-                if (text.endsWith(QLatin1Char('%'))) {
-                    digits.remove(QLatin1Char('%')).remove(QLatin1Char(',')).remove(QLatin1Char(' '));
-                    value = digits.toDouble() / 100.0;
-                } else {
-                    digits.remove(QLatin1Char(',')).remove(QLatin1Char(' '));
-                    value = digits.toDouble();
-                }
+                const double value = text.endsWith(QLatin1Char('%')) ? numberFromText(text, true) / 100.0
+                                                                     : numberFromText(text, false);
                 ok = doc->write(base + k, i + 1, value, none) && ok;
             } else {
                 ok = doc->write(base + k, i + 1, text, none) && ok;

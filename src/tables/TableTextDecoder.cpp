@@ -5,6 +5,10 @@
 
 #include <cstring>
 
+#ifdef __SSE2__
+#include <emmintrin.h>
+#endif
+
 namespace {
 
 constexpr int kTrailCount = 0xFE - 0x40 + 1; // trail bytes 0x40-0xFE (0x7F is never one)
@@ -183,7 +187,27 @@ bool TableTextDecoder::decodeGb18030Fast(const unsigned char* data, int len, con
     while (i < len) {
         const unsigned char b1 = data[i];
         if (b1 < 0x80) {
-            *w++ = b1;
+#ifdef __SSE2__
+            // ASCII runs widen sixteen bytes at a time.
+            while (i + 16 <= len) {
+                const __m128i bytes = _mm_loadu_si128(reinterpret_cast<const __m128i*>(data + i));
+                const int high = _mm_movemask_epi8(bytes);
+                const __m128i zero = _mm_setzero_si128();
+                _mm_storeu_si128(reinterpret_cast<__m128i*>(w), _mm_unpacklo_epi8(bytes, zero));
+                _mm_storeu_si128(reinterpret_cast<__m128i*>(w + 8), _mm_unpackhi_epi8(bytes, zero));
+                if (high != 0) {
+                    const int ascii = __builtin_ctz(uint(high));
+                    w += ascii;
+                    i += ascii;
+                    break;
+                }
+                w += 16;
+                i += 16;
+            }
+            if (i >= len || data[i] >= 0x80)
+                continue;
+#endif
+            *w++ = data[i];
             ++i;
             continue;
         }

@@ -129,6 +129,18 @@ private:
     int m_phonetic = 0;
 };
 
+// atoi() for the short unsigned numbers attributes hold, without its locale handling.
+inline int toInt(const char* s)
+{
+    int value = 0;
+    int i = 0;
+    for (; i < 9 && s[i] >= '0' && s[i] <= '9'; ++i)
+        value = value * 10 + (s[i] - '0');
+    if (i > 0 && (s[i] < '0' || s[i] > '9'))
+        return value;
+    return std::atoi(s);
+}
+
 // "B12" to column 2, row 12; false when the reference is malformed.
 bool parseCellRef(const char* ref, int& row, int& col)
 {
@@ -269,7 +281,7 @@ public:
         case 'r':
             if (std::strcmp(name, "row") == 0) {
                 const char* r = XlsxXmlReader::attribute(atts, "r");
-                int row = r ? std::atoi(r) : m_row + 1;
+                int row = r ? toInt(r) : m_row + 1;
                 if (row < 1 || row > XlsxWorkbookReader::kMaxRows) {
                     error = XlsxErrors::tooManyCells();
                     return;
@@ -375,7 +387,7 @@ private:
                     m_typeChar = 'S';
                 break;
             case 's':
-                m_cell.style = std::atoi(a[1]);
+                m_cell.style = toInt(a[1]);
                 hasStyle = true;
                 break;
             default:

@@ -13,13 +13,13 @@ namespace {
 struct ParseContext {
     XML_Parser parser = nullptr;
     XlsxXmlHandler* handler = nullptr;
-    long long lastEventIndex = 0;
+    unsigned long long events = 0; // every callback counts: the parser made progress
     bool doctype = false;
 };
 
-void noteProgress(ParseContext* ctx)
+inline void noteProgress(ParseContext* ctx)
 {
-    ctx->lastEventIndex = XML_GetCurrentByteIndex(ctx->parser);
+    ++ctx->events;
 }
 
 void XMLCALL onStart(void* data, const XML_Char* name, const XML_Char** atts)
@@ -79,10 +79,13 @@ public:
 
     bool feed(const char* data, int len, bool last, QString& err)
     {
-        m_fed += len;
+        const unsigned long long before = m_ctx.events;
         if (XML_Parse(m_ctx.parser, data, len, last ? XML_TRUE : XML_FALSE) == XML_STATUS_ERROR)
             return fail(err);
-        if (m_fed - m_ctx.lastEventIndex > XlsxXmlReader::kMaxTokenBytes) {
+        // Bytes fed since the last block in which anything was reported: one token that
+        // has not ended yet.
+        m_sinceEvent = m_ctx.events != before ? 0 : m_sinceEvent + len;
+        if (m_sinceEvent > XlsxXmlReader::kMaxTokenBytes) {
             qCWarning(lcTables).noquote() << "XlsxXmlReader::parsePart" << "a single token exceeds"
                                           << XlsxXmlReader::kMaxTokenBytes << "bytes";
             err = XlsxErrors::tooLarge();
@@ -109,7 +112,7 @@ private:
     }
 
     ParseContext m_ctx;
-    long long m_fed = 0;
+    long long m_sinceEvent = 0;
 };
 
 } // namespace

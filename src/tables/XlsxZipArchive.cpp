@@ -3,9 +3,18 @@
 #include "VantorLogging.h"
 #include "XlsxErrors.h"
 
+#include <QByteArray>
 #include <QFile>
+#include <QMutex>
+#include <QMutexLocker>
+#include <QThread>
+#include <QVector>
+#include <QWaitCondition>
 
 #include <zip.h>
+
+#include <system_error>
+#include <thread>
 
 XlsxZipArchive::~XlsxZipArchive()
 {
@@ -90,31 +99,111 @@ bool XlsxZipArchive::readPart(const QString& partName, const std::function<bool(
         err = XlsxErrors::openFailed();
         return false;
     }
-    char buffer[64 * 1024];
+    bool ok;
+    if ((st.valid & ZIP_STAT_SIZE) && qint64(st.size) >= kReadAheadBytes && QThread::idealThreadCount() > 1)
+        ok = inflateAhead(file, partName, ceiling, sink, err);
+    else
+        ok = inflate(file, partName, ceiling, sink, err);
+    zip_fclose(file);
+    return ok;
+}
+
+bool XlsxZipArchive::inflate(zip_file* file, const QString& partName, qint64 ceiling,
+                             const std::function<bool(const char*, int)>& sink, QString& err)
+{
+    char buffer[kBlockBytes];
     qint64 total = 0;
-    bool ok = true;
     for (;;) {
         const zip_int64_t got = zip_fread(file, buffer, sizeof buffer);
         if (got < 0) {
             qCWarning(lcTables).noquote() << "XlsxZipArchive::readPart" << partName << zip_file_strerror(file);
             err = XlsxErrors::openFailed();
-            ok = false;
-            break;
+            return false;
         }
         if (got == 0)
-            break;
+            return true;
         total += got;
         if (total > ceiling) {
             qCWarning(lcTables).noquote() << "XlsxZipArchive::readPart" << partName << "inflates past" << ceiling;
             err = XlsxErrors::tooLarge();
-            ok = false;
-            break;
+            return false;
         }
-        if (!sink(buffer, int(got))) {
-            ok = false;
+        if (!sink(buffer, int(got)))
+            return false;
+    }
+}
+
+bool XlsxZipArchive::inflateAhead(zip_file* file, const QString& partName, qint64 ceiling,
+                                  const std::function<bool(const char*, int)>& sink, QString& err)
+{
+    // A second thread inflates the next blocks while this one consumes the last; a few
+    // blocks at most are in flight.
+    constexpr int kInFlight = 4;
+    QMutex mutex;
+    QWaitCondition filled;
+    QWaitCondition emptied;
+    QVector<QByteArray> full;
+    QVector<QByteArray> spare;
+    bool finished = false;
+    bool stop = false;
+    bool inflated = true;
+    QString inflateErr;
+    auto produce = [&] {
+        const auto blockSink = [&](const char* data, int len) {
+            QMutexLocker locker(&mutex);
+            while (full.size() >= kInFlight && !stop)
+                emptied.wait(&mutex);
+            if (stop)
+                return false;
+            QByteArray block = spare.isEmpty() ? QByteArray() : spare.takeLast();
+            block.resize(0);
+            block.append(data, len);
+            full.append(block);
+            filled.wakeOne();
+            return true;
+        };
+        QString e;
+        const bool ok = inflate(file, partName, ceiling, blockSink, e);
+        QMutexLocker locker(&mutex);
+        finished = true;
+        inflated = ok;
+        inflateErr = e;
+        filled.wakeAll();
+    };
+    std::thread inflater;
+    try {
+        inflater = std::thread(produce);
+    } catch (const std::system_error&) {
+        return inflate(file, partName, ceiling, sink, err); // no thread to be had
+    }
+    bool consumed = true;
+    QByteArray block;
+    for (;;) {
+        {
+            QMutexLocker locker(&mutex);
+            if (!block.isNull()) {
+                spare.append(block);
+                block = QByteArray();
+            }
+            while (full.isEmpty() && !finished)
+                filled.wait(&mutex);
+            if (full.isEmpty())
+                break;
+            block = full.takeFirst();
+            emptied.wakeOne();
+        }
+        if (!sink(block.constData(), block.size())) {
+            consumed = false;
+            QMutexLocker locker(&mutex);
+            stop = true;
+            emptied.wakeAll();
             break;
         }
     }
-    zip_fclose(file);
-    return ok;
+    inflater.join();
+    if (!consumed)
+        return false;
+    if (!inflated)
+        err = inflateErr;
+    return inflated;
 }

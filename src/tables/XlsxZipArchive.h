@@ -5,6 +5,7 @@
 #include <functional>
 
 struct zip;
+struct zip_file;
 
 // Read access to the parts of a workbook package. Each part is streamed in small blocks
 // and never held whole; a part that inflates past its declared size, past a sane ratio
@@ -27,12 +28,19 @@ public:
     static constexpr qint64 kMaxPartBytes = qint64(2) << 30;
     static constexpr qint64 kRatioFloorBytes = qint64(64) << 20;
     static constexpr qint64 kMaxRatio = 200;
+    // Parts at least this large are inflated on a second thread, a few blocks ahead.
+    static constexpr qint64 kReadAheadBytes = 4 << 20;
+    static constexpr int kBlockBytes = 64 * 1024;
 
     XlsxZipArchive(const XlsxZipArchive&) = delete;
     XlsxZipArchive& operator=(const XlsxZipArchive&) = delete;
 
 private:
     qint64 locate(const QString& partName) const;
+    static bool inflate(zip_file* file, const QString& partName, qint64 ceiling,
+                        const std::function<bool(const char*, int)>& sink, QString& err);
+    static bool inflateAhead(zip_file* file, const QString& partName, qint64 ceiling,
+                             const std::function<bool(const char*, int)>& sink, QString& err);
 
     zip* m_zip = nullptr;
 };
