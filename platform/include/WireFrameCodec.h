@@ -6,7 +6,9 @@
 #include <QString>
 #include <QVariant>
 
-class QCborStreamWriter;
+#include <memory>
+
+struct WireTextPool;
 
 // Frame kinds of the gateway protocol.
 namespace WireKind {
@@ -45,10 +47,18 @@ public:
                              const QByteArray& messageCbor);
     // The CBOR form of a packed message (any QVariant made of lists, maps and scalars).
     static QByteArray encodeMessage(const QVariant& msg);
-    // Writes one value of a message (lists, maps, scalars) to a CBOR stream.
-    static void writeValue(QCborStreamWriter& writer, const QVariant& value);
+    // Appends the CBOR of one value of a message (lists, maps, scalars).
+    static void appendValue(QByteArray& out, const QVariant& value);
+    // Appends the head of a map of `pairs` pairs, or a text from its UTF-8 bytes.
+    static void appendMapHead(QByteArray& out, quint64 pairs);
+    static void appendText(QByteArray& out, const char* utf8, qsizetype size);
     // Decodes a CBOR message body on its own; false (with a reason) when it is malformed.
     static bool decodeMessage(const QByteArray& cbor, QVariant& msg, QString* error = nullptr);
+
+    WireFrameCodec();
+    ~WireFrameCodec();
+    WireFrameCodec(const WireFrameCodec&) = delete;
+    WireFrameCodec& operator=(const WireFrameCodec&) = delete;
 
     void append(const char* data, qsizetype size);
     void append(const QByteArray& data) { append(data.constData(), data.size()); }
@@ -66,4 +76,6 @@ private:
     QByteArray m_buffer;
     qsizetype m_pos = 0;
     QString m_error;
+    // Texts decoded from earlier frames, reused so that repeated keys and values share data.
+    std::unique_ptr<WireTextPool> m_texts;
 };

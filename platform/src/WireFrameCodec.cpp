@@ -1,27 +1,42 @@
 #include "WireFrameCodec.h"
 
-#include <QBuffer>
-#include <QCborStreamReader>
-#include <QCborStreamWriter>
 #include <QDate>
 #include <QDateTime>
+#include <QStringList>
 #include <QtEndian>
 
-#include <QVector>
-
+#include <cmath>
 #include <cstring>
 #include <limits>
+
+// Short ASCII texts decoded before, by a hash of their bytes, so that the keys and the
+// repeated values of many rows share one string each instead of allocating their own.
+struct WireTextPool {
+    static constexpr int capacity = 1024;
+    static constexpr qsizetype longest = 40;
+    QString texts[capacity];
+    uint hashes[capacity] = {};
+
+    QString get(const char* s, qsizetype n)
+    {
+        uint h = 2166136261u;
+        for (qsizetype i = 0; i < n; ++i)
+            h = (h ^ uchar(s[i])) * 16777619u;
+        h ^= uint(n);
+        QString& slot = texts[h & (capacity - 1)];
+        uint& slotHash = hashes[h & (capacity - 1)];
+        if (slotHash == h && slot.size() == n && slot == QLatin1String(s, int(n)))
+            return slot;
+        slot = QString::fromLatin1(s, int(n));
+        slotHash = h;
+        return slot;
+    }
+};
 
 namespace {
 // Deeper nesting than any packed message needs is treated as malformed, so that hostile
 // input cannot exhaust the stack.
 constexpr int maxDepth = 32;
-
-const QString keyId = QStringLiteral("id");
-const QString keyKind = QStringLiteral("kind");
-const QString keyType = QStringLiteral("type");
-const QString keySrc = QStringLiteral("src");
-const QString keyMsg = QStringLiteral("msg");
 
 void putHead(QByteArray& out, quint8 major, quint64 value)
 {
@@ -62,6 +77,109 @@ void putKey(QByteArray& out, const char* latin1, int size)
     out.append(latin1, size);
 }
 
+void putInteger(QByteArray& out, qint64 v)
+{
+    if (v >= 0)
+        putHead(out, 0, quint64(v));
+    else
+        putHead(out, 1, quint64(-(v + 1)));
+}
+
+void putDouble(QByteArray& out, double d)
+{
+    char bytes[9];
+    bytes[0] = char(0xfb);
+    quint64 bits;
+    std::memcpy(&bits, &d, sizeof bits);
+    qToBigEndian(bits, bytes + 1);
+    out.append(bytes, 9);
+}
+
+void putVariant(QByteArray& out, const QVariant& v)
+{
+    switch (v.userType()) {
+    case QMetaType::QVariantList: {
+        const QVariantList& list = *static_cast<const QVariantList*>(v.constData());
+        putHead(out, 4, quint64(list.size()));
+        for (const QVariant& item : list)
+            putVariant(out, item);
+        return;
+    }
+    case QMetaType::QStringList: {
+        const QStringList& list = *static_cast<const QStringList*>(v.constData());
+        putHead(out, 4, quint64(list.size()));
+        for (const QString& item : list)
+            putText(out, item);
+        return;
+    }
+    case QMetaType::QVariantMap: {
+        const QVariantMap& map = *static_cast<const QVariantMap*>(v.constData());
+        putHead(out, 5, quint64(map.size()));
+        for (auto it = map.cbegin(); it != map.cend(); ++it) {
+            putText(out, it.key());
+            putVariant(out, it.value());
+        }
+        return;
+    }
+    case QMetaType::QVariantHash: {
+        const QVariantHash& hash = *static_cast<const QVariantHash*>(v.constData());
+        putHead(out, 5, quint64(hash.size()));
+        for (auto it = hash.cbegin(); it != hash.cend(); ++it) {
+            putText(out, it.key());
+            putVariant(out, it.value());
+        }
+        return;
+    }
+    case QMetaType::QString:
+        putText(out, *static_cast<const QString*>(v.constData()));
+        return;
+    case QMetaType::QByteArray: {
+        const QByteArray& bytes = *static_cast<const QByteArray*>(v.constData());
+        putHead(out, 2, quint64(bytes.size()));
+        out.append(bytes);
+        return;
+    }
+    case QMetaType::Bool:
+        out.append(char(v.toBool() ? 0xf5 : 0xf4));
+        return;
+    case QMetaType::Int:
+    case QMetaType::Short:
+    case QMetaType::Long:
+    case QMetaType::LongLong:
+    case QMetaType::Char:
+    case QMetaType::SChar:
+        putInteger(out, v.toLongLong());
+        return;
+    case QMetaType::UInt:
+    case QMetaType::UShort:
+    case QMetaType::ULong:
+    case QMetaType::ULongLong:
+    case QMetaType::UChar:
+        putHead(out, 0, quint64(v.toULongLong()));
+        return;
+    case QMetaType::Double:
+    case QMetaType::Float:
+        putDouble(out, v.toDouble());
+        return;
+    case QMetaType::QDateTime:
+        putText(out, v.toDateTime().toString(Qt::ISODateWithMs));
+        return;
+    case QMetaType::QDate:
+        putText(out, v.toDate().toString(Qt::ISODate));
+        return;
+    case QMetaType::UnknownType:
+    case QMetaType::Nullptr:
+        out.append(char(0xf6));
+        return;
+    default:
+        if (v.canConvert<QString>())
+            putText(out, v.toString());
+        else
+            out.append(char(0xf6));
+        return;
+    }
+}
+
 // The envelope up to and including the "msg" key; the message body follows it.
 QByteArray envelopeHead(qint64 id, const QString& kind, const QString& type, const QString& src, qsizetype bodyHint)
 {
@@ -70,10 +188,7 @@ QByteArray envelopeHead(qint64 id, const QString& kind, const QString& type, con
     out.append(4, '\0'); // length, patched once the frame is complete
     out.append(char(0xa5)); // map of five pairs
     putKey(out, "id", 2);
-    if (id >= 0)
-        putHead(out, 0, quint64(id));
-    else
-        putHead(out, 1, quint64(-(id + 1)));
+    putInteger(out, id);
     putKey(out, "kind", 4);
     putText(out, kind);
     putKey(out, "type", 4);
@@ -89,218 +204,239 @@ void patchLength(QByteArray& frame)
     qToBigEndian(quint32(frame.size() - 4), frame.data());
 }
 
-void writeVariant(QCborStreamWriter& w, const QVariant& v)
+// Checks UTF-8 strictly (no overlong forms, no surrogates, nothing above U+10FFFF); tells
+// whether the text is plain ASCII.
+bool validUtf8(const uchar* s, qsizetype n, bool* ascii)
 {
-    switch (v.userType()) {
-    case QMetaType::QVariantList: {
-        const QVariantList list = v.toList();
-        w.startArray(quint64(list.size()));
-        for (const QVariant& item : list)
-            writeVariant(w, item);
-        w.endArray();
-        return;
+    qsizetype i = 0;
+    while (i + 8 <= n) {
+        quint64 word;
+        std::memcpy(&word, s + i, 8);
+        if (word & 0x8080808080808080ULL)
+            break;
+        i += 8;
     }
-    case QMetaType::QStringList: {
-        const QStringList list = v.toStringList();
-        w.startArray(quint64(list.size()));
-        for (const QString& item : list)
-            w.append(item);
-        w.endArray();
-        return;
-    }
-    case QMetaType::QVariantMap: {
-        const QVariantMap map = v.toMap();
-        w.startMap(quint64(map.size()));
-        for (auto it = map.cbegin(); it != map.cend(); ++it) {
-            w.append(it.key());
-            writeVariant(w, it.value());
+    *ascii = true;
+    while (i < n) {
+        const uchar c = s[i];
+        if (c < 0x80) {
+            ++i;
+            continue;
         }
-        w.endMap();
-        return;
-    }
-    case QMetaType::QVariantHash: {
-        const QVariantHash hash = v.toHash();
-        w.startMap(quint64(hash.size()));
-        for (auto it = hash.cbegin(); it != hash.cend(); ++it) {
-            w.append(it.key());
-            writeVariant(w, it.value());
+        *ascii = false;
+        int more;
+        uchar low = 0x80, high = 0xbf;
+        if (c >= 0xc2 && c <= 0xdf) {
+            more = 1;
+        } else if (c >= 0xe0 && c <= 0xef) {
+            more = 2;
+            if (c == 0xe0)
+                low = 0xa0;
+            else if (c == 0xed)
+                high = 0x9f;
+        } else if (c >= 0xf0 && c <= 0xf4) {
+            more = 3;
+            if (c == 0xf0)
+                low = 0x90;
+            else if (c == 0xf4)
+                high = 0x8f;
+        } else {
+            return false;
         }
-        w.endMap();
-        return;
+        if (n - i <= more)
+            return false;
+        if (s[i + 1] < low || s[i + 1] > high)
+            return false;
+        for (int k = 2; k <= more; ++k) {
+            if ((s[i + k] & 0xc0) != 0x80)
+                return false;
+        }
+        i += 1 + more;
     }
-    case QMetaType::QString:
-        w.append(*static_cast<const QString*>(v.constData()));
-        return;
-    case QMetaType::QByteArray:
-        w.append(*static_cast<const QByteArray*>(v.constData()));
-        return;
-    case QMetaType::Bool:
-        w.append(v.toBool());
-        return;
-    case QMetaType::Int:
-    case QMetaType::Short:
-    case QMetaType::Long:
-    case QMetaType::LongLong:
-    case QMetaType::Char:
-    case QMetaType::SChar:
-        w.append(qint64(v.toLongLong()));
-        return;
-    case QMetaType::UInt:
-    case QMetaType::UShort:
-    case QMetaType::ULong:
-    case QMetaType::ULongLong:
-    case QMetaType::UChar:
-        w.append(quint64(v.toULongLong()));
-        return;
-    case QMetaType::Double:
-    case QMetaType::Float:
-        w.append(v.toDouble());
-        return;
-    case QMetaType::QDateTime:
-        w.append(v.toDateTime().toString(Qt::ISODateWithMs));
-        return;
-    case QMetaType::QDate:
-        w.append(v.toDate().toString(Qt::ISODate));
-        return;
-    case QMetaType::UnknownType:
-    case QMetaType::Nullptr:
-        w.appendNull();
-        return;
-    default:
-        if (v.canConvert<QString>())
-            w.append(v.toString());
-        else
-            w.appendNull();
-        return;
-    }
+    return true;
 }
 
-// Reads CBOR items into QVariants. Row maps of one message share their keys, so the key
-// texts of the previous map are kept and reused instead of decoding a new string each time.
-class MessageReader
+double halfToDouble(quint16 h)
+{
+    const int e = (h >> 10) & 0x1f;
+    const int m = h & 0x3ff;
+    double v;
+    if (e == 0)
+        v = std::ldexp(double(m), -24);
+    else if (e != 31)
+        v = std::ldexp(double(m + 1024), e - 25);
+    else
+        v = m == 0 ? std::numeric_limits<double>::infinity() : std::numeric_limits<double>::quiet_NaN();
+    return (h & 0x8000) ? -v : v;
+}
+
+// Reads CBOR straight from its bytes into QVariants: lists, maps with text keys, texts,
+// byte arrays, integers, floating-point numbers, booleans and null. Anything incomplete or
+// malformed is an error; nothing is read past the end.
+class CborDecoder
 {
 public:
-    explicit MessageReader(QCborStreamReader& r)
-        : m_r(r)
+    CborDecoder(const char* data, qsizetype size, WireTextPool& texts)
+        : m_p(reinterpret_cast<const uchar*>(data))
+        , m_end(m_p + size)
+        , m_texts(texts)
     {
     }
 
     QString error;
+    bool atEnd() const { return m_p == m_end; }
 
-    bool readText(QString& out)
+    bool peekMajor(int* major) const
     {
-        out.clear();
-        auto chunk = m_r.readString();
-        while (chunk.status == QCborStreamReader::Ok) {
-            out += chunk.data;
-            chunk = m_r.readString();
-        }
-        return chunk.status == QCborStreamReader::EndOfString || setError(QStringLiteral("文本无效"));
+        if (m_p >= m_end)
+            return false;
+        *major = *m_p >> 5;
+        return true;
     }
 
-    bool readKey(int index, QString& out)
+    bool readHead(int& major, quint64& value, bool& indefinite)
     {
-        // Short keys are read as raw UTF-8 and matched against the key seen at the same
-        // place in the previous map.
-        const qsizetype size = m_r.isLengthKnown() ? qsizetype(qMin<quint64>(m_r.length(), 1024)) : -1;
-        if (size < 0 || size > 64)
-            return readText(out);
-        char buf[64];
-        qsizetype n = 0;
-        for (;;) {
-            const auto chunk = m_r.readStringChunk(buf + n, qsizetype(sizeof buf) - n);
-            if (chunk.status == QCborStreamReader::Ok) {
-                n += chunk.data;
-                if (n > size)
-                    return setError(QStringLiteral("文本无效"));
-                continue;
-            }
-            if (chunk.status != QCborStreamReader::EndOfString)
-                return setError(QStringLiteral("文本无效"));
-            break;
+        if (m_p >= m_end)
+            return setError(QStringLiteral("数据不完整或格式错误"));
+        const uchar b = *m_p++;
+        major = b >> 5;
+        const int info = b & 0x1f;
+        m_info = info;
+        indefinite = false;
+        if (info < 24) {
+            value = quint64(info);
+            return true;
         }
-        if (index < m_keys.size()) {
-            const auto& cached = m_keys.at(index);
-            if (cached.first.size() == n && memcmp(cached.first.constData(), buf, size_t(n)) == 0) {
-                out = cached.second;
-                return true;
-            }
+        int n;
+        switch (info) {
+        case 24: n = 1; break;
+        case 25: n = 2; break;
+        case 26: n = 4; break;
+        case 27: n = 8; break;
+        case 31:
+            if (major == 0 || major == 1 || major == 6)
+                return setError(QStringLiteral("数据不完整或格式错误"));
+            indefinite = true;
+            value = 0;
+            return true;
+        default:
+            return setError(QStringLiteral("数据不完整或格式错误"));
         }
-        out = QString::fromUtf8(buf, int(n));
-        if (index < 256) {
-            if (index >= m_keys.size())
-                m_keys.resize(index + 1);
-            m_keys[index] = {QByteArray(buf, int(n)), out};
-        }
+        if (m_end - m_p < n)
+            return setError(QStringLiteral("数据不完整或格式错误"));
+        value = 0;
+        for (int i = 0; i < n; ++i)
+            value = (value << 8) | *m_p++;
         return true;
+    }
+
+    // The bytes of a text (major 3) or byte string (major 2) whose head was read; chunks of
+    // an indefinite one are joined in `joined`.
+    bool readStringBytes(int major, quint64 length, bool indefinite, const char** data, qsizetype* size, QByteArray& joined)
+    {
+        if (!indefinite) {
+            if (length > quint64(m_end - m_p))
+                return setError(QStringLiteral("数据不完整或格式错误"));
+            *data = reinterpret_cast<const char*>(m_p);
+            *size = qsizetype(length);
+            m_p += length;
+            return true;
+        }
+        for (;;) {
+            if (m_p >= m_end)
+                return setError(QStringLiteral("数据不完整或格式错误"));
+            if (*m_p == 0xff) {
+                ++m_p;
+                break;
+            }
+            int chunkMajor;
+            quint64 chunkLength;
+            bool chunkIndefinite;
+            if (!readHead(chunkMajor, chunkLength, chunkIndefinite))
+                return false;
+            if (chunkMajor != major || chunkIndefinite || chunkLength > quint64(m_end - m_p))
+                return setError(QStringLiteral("数据不完整或格式错误"));
+            joined.append(reinterpret_cast<const char*>(m_p), int(chunkLength));
+            m_p += chunkLength;
+        }
+        *data = joined.constData();
+        *size = joined.size();
+        return true;
+    }
+
+    bool readText(int major, quint64 length, bool indefinite, QString& out)
+    {
+        QByteArray joined;
+        const char* data = nullptr;
+        qsizetype size = 0;
+        if (!readStringBytes(major, length, indefinite, &data, &size, joined))
+            return false;
+        bool ascii = false;
+        if (!validUtf8(reinterpret_cast<const uchar*>(data), size, &ascii))
+            return setError(QStringLiteral("文本无效"));
+        if (ascii)
+            out = size <= WireTextPool::longest ? m_texts.get(data, size) : QString::fromLatin1(data, int(size));
+        else
+            out = QString::fromUtf8(data, int(size));
+        return true;
+    }
+
+    // A text item, head included; false when the next item is no text.
+    bool readTextItem(QString& out)
+    {
+        int major;
+        quint64 value;
+        bool indefinite;
+        if (!readHead(major, value, indefinite))
+            return false;
+        if (major != 3)
+            return setError(QStringLiteral("映射的键不是文本"));
+        return readText(major, value, indefinite, out);
     }
 
     bool readValue(QVariant& out, int depth)
     {
         if (depth > maxDepth)
             return setError(QStringLiteral("嵌套过深"));
-        switch (m_r.type()) {
-        case QCborStreamReader::UnsignedInteger: {
-            const quint64 u = m_r.toUnsignedInteger();
-            out = u <= quint64(std::numeric_limits<qint64>::max()) ? QVariant(qint64(u)) : QVariant(u);
-            return advance();
-        }
-        case QCborStreamReader::NegativeInteger: {
-            const quint64 n = quint64(m_r.toNegativeInteger()); // the value is -n
-            if (n != 0 && n <= quint64(std::numeric_limits<qint64>::max()) + 1)
-                out = QVariant(qint64(-qint64(n - 1) - 1));
+        int major;
+        quint64 value;
+        bool indefinite;
+        if (!readHead(major, value, indefinite))
+            return false;
+        switch (major) {
+        case 0:
+            out = value <= quint64(std::numeric_limits<qint64>::max()) ? QVariant(qint64(value)) : QVariant(value);
+            return true;
+        case 1: // the value is -1 - value
+            if (value <= quint64(std::numeric_limits<qint64>::max()))
+                out = QVariant(qint64(-1 - qint64(value)));
             else
-                out = QVariant(n == 0 ? -18446744073709551616.0 : -double(n));
-            return advance();
-        }
-        case QCborStreamReader::ByteArray: {
-            QByteArray bytes;
-            auto chunk = m_r.readByteArray();
-            while (chunk.status == QCborStreamReader::Ok) {
-                bytes += chunk.data;
-                chunk = m_r.readByteArray();
-            }
-            if (chunk.status != QCborStreamReader::EndOfString)
+                out = QVariant(-1.0 - double(value));
+            return true;
+        case 2: {
+            QByteArray joined;
+            const char* data = nullptr;
+            qsizetype size = 0;
+            if (!readStringBytes(major, value, indefinite, &data, &size, joined))
                 return setError(QStringLiteral("字节串无效"));
-            out = bytes;
+            out = indefinite ? joined : QByteArray(data, int(size));
             return true;
         }
-        case QCborStreamReader::String: {
+        case 3: {
             QString text;
-            if (!readText(text))
+            if (!readText(major, value, indefinite, text))
                 return false;
-            out = text;
+            out = std::move(text);
             return true;
         }
-        case QCborStreamReader::Array:
-            return readArray(out, depth);
-        case QCborStreamReader::Map:
-            return readMap(out, depth);
-        case QCborStreamReader::SimpleType: {
-            const QCborSimpleType s = m_r.toSimpleType();
-            if (s == QCborSimpleType::False || s == QCborSimpleType::True)
-                out = QVariant(s == QCborSimpleType::True);
-            else
-                out = QVariant();
-            return advance();
-        }
-        case QCborStreamReader::Float16:
-            out = double(m_r.toFloat16());
-            return advance();
-        case QCborStreamReader::Float:
-            out = double(m_r.toFloat());
-            return advance();
-        case QCborStreamReader::Double:
-            out = m_r.toDouble();
-            return advance();
-        case QCborStreamReader::Tag:
-            // Tags carry no meaning in packed messages: the tagged item stands for itself.
-            if (!advance())
-                return false;
+        case 4:
+            return readArray(out, value, indefinite, depth);
+        case 5:
+            return readMap(out, value, indefinite, depth);
+        case 6: // tags carry no meaning in packed messages: the tagged item stands for itself
             return readValue(out, depth + 1);
-        case QCborStreamReader::Invalid:
         default:
-            return setError(QStringLiteral("数据不完整或格式错误"));
+            return readSimple(out, value, indefinite);
         }
     }
 
@@ -312,45 +448,91 @@ private:
         return false;
     }
 
-    bool advance()
+    bool readSimple(QVariant& out, quint64 value, bool indefinite)
     {
-        m_r.next();
-        return m_r.lastError() == QCborError::NoError || setError(QStringLiteral("数据不完整或格式错误"));
+        if (indefinite) // a break outside any container
+            return setError(QStringLiteral("数据不完整或格式错误"));
+        switch (m_info) {
+        case 20:
+        case 21:
+            out = QVariant(m_info == 21);
+            return true;
+        case 24: // a simple value in one byte, which must not be one of the short ones
+            if (value < 32)
+                return setError(QStringLiteral("数据不完整或格式错误"));
+            out = QVariant();
+            return true;
+        case 25:
+            out = halfToDouble(quint16(value));
+            return true;
+        case 26: {
+            const quint32 bits = quint32(value);
+            float f;
+            std::memcpy(&f, &bits, sizeof f);
+            out = double(f);
+            return true;
+        }
+        case 27: {
+            double d;
+            std::memcpy(&d, &value, sizeof d);
+            out = d;
+            return true;
+        }
+        default: // null, undefined and unassigned simple values
+            out = QVariant();
+            return true;
+        }
     }
 
-    bool readArray(QVariant& out, int depth)
+    bool readArray(QVariant& out, quint64 count, bool indefinite, int depth)
     {
         QVariantList list;
-        if (m_r.isLengthKnown())
-            list.reserve(int(qMin<quint64>(m_r.length(), 4096)));
-        if (!m_r.enterContainer())
-            return setError(QStringLiteral("数据不完整或格式错误"));
-        while (m_r.lastError() == QCborError::NoError && m_r.hasNext()) {
-            QVariant item;
-            if (!readValue(item, depth + 1))
-                return false;
-            list.append(std::move(item));
+        if (!indefinite) {
+            // Every item takes at least one byte: a count beyond what is left is a lie.
+            if (count > quint64(m_end - m_p))
+                return setError(QStringLiteral("数据不完整或格式错误"));
+            list.reserve(int(qMin<quint64>(count, 1 << 16)));
+            for (quint64 i = 0; i < count; ++i) {
+                QVariant item;
+                if (!readValue(item, depth + 1))
+                    return false;
+                list.append(std::move(item));
+            }
+        } else {
+            for (;;) {
+                if (m_p >= m_end)
+                    return setError(QStringLiteral("数据不完整或格式错误"));
+                if (*m_p == 0xff) {
+                    ++m_p;
+                    break;
+                }
+                QVariant item;
+                if (!readValue(item, depth + 1))
+                    return false;
+                list.append(std::move(item));
+            }
         }
-        if (m_r.lastError() != QCborError::NoError || !m_r.leaveContainer())
-            return setError(QStringLiteral("数据不完整或格式错误"));
         out = std::move(list);
         return true;
     }
 
-    bool readMap(QVariant& out, int depth)
+    bool readMap(QVariant& out, quint64 count, bool indefinite, int depth)
     {
-        QVariantMap map;
-        if (!m_r.enterContainer())
+        if (!indefinite && count > quint64(m_end - m_p) / 2)
             return setError(QStringLiteral("数据不完整或格式错误"));
-        int index = 0;
-        while (m_r.lastError() == QCborError::NoError && m_r.hasNext()) {
-            if (!m_r.isString())
-                return setError(QStringLiteral("映射的键不是文本"));
+        QVariantMap map;
+        for (quint64 i = 0; indefinite || i < count; ++i) {
+            if (indefinite) {
+                if (m_p >= m_end)
+                    return setError(QStringLiteral("数据不完整或格式错误"));
+                if (*m_p == 0xff) {
+                    ++m_p;
+                    break;
+                }
+            }
             QString key;
-            if (!readKey(index++, key))
+            if (!readTextItem(key))
                 return false;
-            if (m_r.lastError() != QCborError::NoError || !m_r.hasNext())
-                return setError(QStringLiteral("数据不完整或格式错误"));
             QVariant value;
             if (!readValue(value, depth + 1))
                 return false;
@@ -358,32 +540,38 @@ private:
             // and is ignored when it is wrong.
             map.insert(map.cend(), key, value);
         }
-        if (m_r.lastError() != QCborError::NoError || !m_r.leaveContainer())
-            return setError(QStringLiteral("数据不完整或格式错误"));
         out = std::move(map);
         return true;
     }
 
-    QCborStreamReader& m_r;
-    QVector<QPair<QByteArray, QString>> m_keys;
+    const uchar* m_p;
+    const uchar* m_end;
+    WireTextPool& m_texts;
+    int m_info = 0; // additional information of the last head read
 };
-
-bool atEnd(QCborStreamReader& r, qsizetype size)
-{
-    return r.currentOffset() == size;
-}
 } // namespace
 
-void WireFrameCodec::writeValue(QCborStreamWriter& writer, const QVariant& value)
+void WireFrameCodec::appendValue(QByteArray& out, const QVariant& value)
 {
-    writeVariant(writer, value);
+    putVariant(out, value);
+}
+
+void WireFrameCodec::appendMapHead(QByteArray& out, quint64 pairs)
+{
+    putHead(out, 5, pairs);
+}
+
+void WireFrameCodec::appendText(QByteArray& out, const char* utf8, qsizetype size)
+{
+    putHead(out, 3, quint64(size));
+    out.append(utf8, int(size));
 }
 
 QByteArray WireFrameCodec::encodeMessage(const QVariant& msg)
 {
     QByteArray out;
-    QCborStreamWriter w(&out); // writes from the start of the array
-    writeVariant(w, msg);
+    out.reserve(256);
+    putVariant(out, msg);
     return out;
 }
 
@@ -401,25 +589,19 @@ QByteArray WireFrameCodec::encode(qint64 id, const QString& kind, const QString&
 
 QByteArray WireFrameCodec::encode(const WireFrame& frame)
 {
-    QByteArray out = envelopeHead(frame.id, frame.kind, frame.type, frame.src, 0);
-    {
-        // A writer on a byte array writes from its start; through the buffer it appends.
-        QBuffer buffer(&out);
-        buffer.open(QIODevice::WriteOnly | QIODevice::Append);
-        QCborStreamWriter w(&buffer);
-        writeVariant(w, frame.msg);
-    }
+    QByteArray out = envelopeHead(frame.id, frame.kind, frame.type, frame.src, 256);
+    putVariant(out, frame.msg);
     patchLength(out);
     return out;
 }
 
 bool WireFrameCodec::decodeMessage(const QByteArray& cbor, QVariant& msg, QString* error)
 {
-    QCborStreamReader r(cbor);
-    MessageReader reader(r);
+    WireTextPool texts;
+    CborDecoder reader(cbor.constData(), cbor.size(), texts);
     QVariant value;
     bool ok = reader.readValue(value, 0);
-    if (ok && !atEnd(r, cbor.size())) {
+    if (ok && !reader.atEnd()) {
         ok = false;
         reader.error = QStringLiteral("消息末尾有多余数据");
     }
@@ -431,6 +613,13 @@ bool WireFrameCodec::decodeMessage(const QByteArray& cbor, QVariant& msg, QStrin
     msg = std::move(value);
     return true;
 }
+
+WireFrameCodec::WireFrameCodec()
+    : m_texts(std::make_unique<WireTextPool>())
+{
+}
+
+WireFrameCodec::~WireFrameCodec() = default;
 
 void WireFrameCodec::append(const char* data, qsizetype size)
 {
@@ -474,55 +663,69 @@ WireFrameCodec::Status WireFrameCodec::next(WireFrame& frame)
     if (available - 4 < qsizetype(length))
         return NeedMore;
 
-    const QByteArray body = QByteArray::fromRawData(start + 4, int(length));
-    QCborStreamReader r(body);
-    MessageReader reader(r);
-    if (!r.isMap() || !r.enterContainer())
+    CborDecoder r(start + 4, qsizetype(length), *m_texts);
+    int major = 0;
+    quint64 pairs = 0;
+    bool indefinite = false;
+    if (!r.peekMajor(&major) || major != 5 || !r.readHead(major, pairs, indefinite))
         return fail(QStringLiteral("帧内容不是映射"));
 
     WireFrame out;
     bool haveId = false;
     bool haveKind = false;
-    while (r.lastError() == QCborError::NoError && r.hasNext()) {
-        if (!r.isString())
+    for (quint64 i = 0; indefinite || i < pairs; ++i) {
+        int next = 0;
+        if (!r.peekMajor(&next))
+            return fail(QStringLiteral("帧数据不完整"));
+        if (indefinite && next == 7) {
+            quint64 value;
+            bool isBreak = false;
+            if (!r.readHead(next, value, isBreak) || !isBreak)
+                return fail(QStringLiteral("帧的键不是文本"));
+            break;
+        }
+        if (next != 3)
             return fail(QStringLiteral("帧的键不是文本"));
         QString key;
-        if (!reader.readText(key) || r.lastError() != QCborError::NoError || !r.hasNext())
+        if (!r.readTextItem(key) || r.atEnd())
             return fail(QStringLiteral("帧数据不完整"));
-        if (key == keyId) {
-            if (r.isUnsignedInteger() && r.toUnsignedInteger() <= quint64(std::numeric_limits<qint64>::max()))
-                out.id = qint64(r.toUnsignedInteger());
-            else if (r.isNegativeInteger() && quint64(r.toNegativeInteger()) <= quint64(std::numeric_limits<qint64>::max()))
-                out.id = -qint64(quint64(r.toNegativeInteger()));
+        if (key == QLatin1String("id")) {
+            int idMajor = 0;
+            quint64 value = 0;
+            bool idIndefinite = false;
+            if (!r.readHead(idMajor, value, idIndefinite))
+                return fail(QStringLiteral("帧数据不完整"));
+            if (idMajor == 0 && value <= quint64(std::numeric_limits<qint64>::max()))
+                out.id = qint64(value);
+            else if (idMajor == 1 && value < quint64(std::numeric_limits<qint64>::max()))
+                out.id = -qint64(value) - 1;
             else
                 return fail(QStringLiteral("帧的请求号无效"));
-            r.next();
             haveId = true;
-        } else if (key == keyKind || key == keyType || key == keySrc) {
-            if (!r.isString())
+        } else if (key == QLatin1String("kind") || key == QLatin1String("type") || key == QLatin1String("src")) {
+            int textMajor = 0;
+            if (!r.peekMajor(&textMajor) || textMajor != 3)
                 return fail(QStringLiteral("帧字段%1不是文本").arg(key));
             QString text;
-            if (!reader.readText(text))
+            if (!r.readTextItem(text))
                 return fail(QStringLiteral("帧字段%1无效").arg(key));
-            if (key == keyKind) {
-                out.kind = text;
+            if (key == QLatin1String("kind")) {
+                out.kind = std::move(text);
                 haveKind = true;
-            } else if (key == keyType) {
-                out.type = text;
+            } else if (key == QLatin1String("type")) {
+                out.type = std::move(text);
             } else {
-                out.src = text;
+                out.src = std::move(text);
             }
         } else {
             QVariant value;
-            if (!reader.readValue(value, 0))
-                return fail(QStringLiteral("帧字段%1格式错误：%2").arg(key, reader.error));
-            if (key == keyMsg)
+            if (!r.readValue(value, 0))
+                return fail(QStringLiteral("帧字段%1格式错误：%2").arg(key, r.error));
+            if (key == QLatin1String("msg"))
                 out.msg = std::move(value);
         }
     }
-    if (r.lastError() != QCborError::NoError || !r.leaveContainer())
-        return fail(QStringLiteral("帧数据不完整"));
-    if (!atEnd(r, body.size()))
+    if (!r.atEnd())
         return fail(QStringLiteral("帧末尾有多余数据"));
     if (!haveId || !haveKind)
         return fail(QStringLiteral("帧缺少请求号或类别"));

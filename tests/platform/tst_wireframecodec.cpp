@@ -88,6 +88,47 @@ private slots:
         QByteArray deep = QByteArray::fromHex("a362696401646b696e6463726570636d7367");
         deep += QByteArray(100, char(0x81)) + QByteArray(1, char(0x01));
         QTest::newRow("nested 100 deep") << framed(deep);
+        // The message body, after the keys id, kind and msg.
+        const QByteArray msg = QByteArray::fromHex("a362696401646b696e6463726570636d7367");
+        QTest::newRow("UTF-16 surrogate in UTF-8") << framed(msg + QByteArray::fromHex("63eda080"));
+        QTest::newRow("overlong UTF-8") << framed(msg + QByteArray::fromHex("62c0af"));
+        QTest::newRow("UTF-8 cut inside a character") << framed(msg + QByteArray::fromHex("62e4b8"));
+        QTest::newRow("byte chunk in an indefinite text") << framed(msg + QByteArray::fromHex("7f4161ff"));
+        QTest::newRow("break outside a container") << framed(msg + QByteArray::fromHex("ff"));
+        QTest::newRow("short simple value in two bytes") << framed(msg + QByteArray::fromHex("f814"));
+        QTest::newRow("reserved additional information") << framed(msg + QByteArray::fromHex("1c"));
+        QTest::newRow("array longer than the frame") << framed(msg + QByteArray::fromHex("9b00000000ffffffff01"));
+        QTest::newRow("map key is a number") << framed(msg + QByteArray::fromHex("a10101"));
+        QTest::newRow("indefinite array never ends") << framed(msg + QByteArray::fromHex("9f0102"));
+    }
+
+    void otherEncodingsOfTheSameMessage_data()
+    {
+        QTest::addColumn<QByteArray>("cbor");
+        QTest::addColumn<QVariant>("expected");
+        const QVariantList row{QVariantMap{{"a", "xy"}, {"b", 1.5}}};
+        QTest::newRow("definite, shortest") << QByteArray::fromHex("81a261616278796162fb3ff8000000000000")
+                                            << QVariant(row);
+        QTest::newRow("indefinite containers and text, half float")
+            << QByteArray::fromHex("9fbf61617f61786179ff6162f93e00ffff") << QVariant(row);
+        QTest::newRow("tagged text, single float") << QByteArray::fromHex("81a26161c0627879616" "2fa3fc00000")
+                                                   << QVariant(row);
+        QTest::newRow("non-ASCII key and value") << QByteArray::fromHex("81a166e4b8ade6968766e4b8ade69687")
+                                                 << QVariant(QVariantList{QVariantMap{{"中文", "中文"}}});
+    }
+
+    void otherEncodingsOfTheSameMessage()
+    {
+        QFETCH(QByteArray, cbor);
+        QFETCH(QVariant, expected);
+        WireFrameCodec codec;
+        codec.append(framed(QByteArray::fromHex("a362696401646b696e6463726570636d7367") + cbor));
+        WireFrame f;
+        QCOMPARE(codec.next(f), WireFrameCodec::Ready);
+        QCOMPARE(f.msg.toJsonValue(), expected.toJsonValue());
+        QVariant alone;
+        QVERIFY(WireFrameCodec::decodeMessage(cbor, alone));
+        QCOMPARE(alone.toJsonValue(), expected.toJsonValue());
     }
 
     void malformedFramesAreErrors()

@@ -1,9 +1,10 @@
 #include "GatewayReply.h"
 
+#include "GatewayRowCache.h"
+
 #include <WireFrameCodec.h>
 #include <ZentraFields.h>
 
-#include <QCborStreamWriter>
 #include <QtEndian>
 
 QVariantMap GatewayReply::head(bool success, int totalSize, int rows, const QString& positionStr, const QString& text)
@@ -22,42 +23,29 @@ QVariantMap GatewayReply::head(bool success, int totalSize, int rows, const QStr
 
 QByteArray GatewayReply::fromPage(const GatewayPage& page)
 {
+    // The array's head, the head row, then the rows (already CBOR when they were kept).
     QByteArray out;
+    out.reserve(128 + page.cells.size() * 24 + page.rowsCbor.size());
+    const quint32 items = quint32(page.rows) + 1;
+    if (items < 24) {
+        out.append(char(0x80 | items));
+    } else {
+        char bytes[5] = {char(0x9a)};
+        qToBigEndian(items, bytes + 1);
+        out.append(bytes, 5);
+    }
+    WireFrameCodec::appendValue(out, head(true, page.totalSize, page.rows, page.positionStr));
     if (page.cells.isEmpty()) {
-        // The array's head, the head row, then the rows that are already CBOR.
-        const QByteArray headRow = WireFrameCodec::encodeMessage(head(true, page.totalSize, page.rows, page.positionStr));
-        out.reserve(16 + headRow.size() + page.rowsCbor.size());
-        const quint32 items = quint32(page.rows) + 1;
-        if (items < 24) {
-            out.append(char(0x80 | items));
-        } else {
-            char bytes[5] = {char(0x9a)};
-            qToBigEndian(items, bytes + 1);
-            out.append(bytes, 5);
-        }
-        out.append(headRow);
         out.append(page.rowsCbor);
         return out;
     }
-    out.reserve(64 + page.cells.size() * 24);
-    QCborStreamWriter w(&out);
-    w.startArray(quint64(page.rows) + 1);
-    WireFrameCodec::writeValue(w, head(true, page.totalSize, page.rows, page.positionStr));
     QVector<QByteArray> keys;
     keys.reserve(page.columns.size());
     for (const QString& c : page.columns)
         keys.append(c.toUtf8());
-    const int columns = keys.size();
     const QVariant* cell = page.cells.constData();
-    for (int r = 0; r < page.rows; ++r) {
-        w.startMap(quint64(columns));
-        for (int c = 0; c < columns; ++c, ++cell) {
-            w.appendTextString(keys.at(c).constData(), keys.at(c).size());
-            WireFrameCodec::writeValue(w, *cell);
-        }
-        w.endMap();
-    }
-    w.endArray();
+    for (int r = 0; r < page.rows; ++r, cell += keys.size())
+        GatewayRowCache::encodeRow(out, keys, cell);
     return out;
 }
 

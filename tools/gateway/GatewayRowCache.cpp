@@ -2,7 +2,6 @@
 
 #include <WireFrameCodec.h>
 
-#include <QCborStreamWriter>
 
 void GatewayRowCache::clear()
 {
@@ -25,17 +24,11 @@ bool GatewayRowCache::has(int first, int count) const
 
 void GatewayRowCache::encodeRow(QByteArray& out, const QVector<QByteArray>& keys, const QVariant* cells)
 {
-    QByteArray row;
-    {
-        QCborStreamWriter w(&row);
-        w.startMap(quint64(keys.size()));
-        for (const QByteArray& key : keys) {
-            w.appendTextString(key.constData(), key.size());
-            WireFrameCodec::writeValue(w, *cells++);
-        }
-        w.endMap();
+    WireFrameCodec::appendMapHead(out, quint64(keys.size()));
+    for (const QByteArray& key : keys) {
+        WireFrameCodec::appendText(out, key.constData(), key.size());
+        WireFrameCodec::appendValue(out, *cells++);
     }
-    out.append(row);
 }
 
 void GatewayRowCache::store(int first, const GatewayPage& page)
