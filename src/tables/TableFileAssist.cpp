@@ -220,6 +220,16 @@ private:
     bool m_empty = true;
 };
 
+// The line every successful CSV read leaves in the log.
+void logCsvRead(const QString& fileName, const CsvTableReader::Result& result, ReadTableCfg cfg)
+{
+    qCInfo(lcTables).noquote() << "TableFileAssist::readCsvFile"
+                               << QStringLiteral("读取csv文件，文件名：%1，共计：%2行，读取配置项：%3，去除空行后共计：%4行")
+                                      .arg(fileName)
+                                      .arg(result.linesRead)
+                                      .arg(int(cfg))
+                                      .arg(result.rows.size());
+}
 } // namespace
 
 TableFileAssist::TableFileAssist(QObject* parent)
@@ -291,12 +301,7 @@ QList<QStringList> TableFileAssist::readDetectedCsvFile(const QString& fileName,
         if (status == CsvTableReader::OpenFailed)
             break;
         if (status == CsvTableReader::Ok) {
-            qCInfo(lcTables).noquote() << "TableFileAssist::readCsvFile"
-                                       << QStringLiteral("读取csv文件，文件名：%1，共计：%2行，读取配置项：%3，去除空行后共计：%4行")
-                                              .arg(fileName)
-                                              .arg(result.linesRead)
-                                              .arg(int(cfg))
-                                              .arg(result.rows.size());
+            logCsvRead(fileName, result, cfg);
             return result.rows;
         }
     }
@@ -311,12 +316,7 @@ QList<QStringList> TableFileAssist::readCsvFile(const QString& fileName, const Q
     CsvTableReader::Result result;
     if (CsvTableReader::read(fileName, codec.toLatin1(), false, cfg, result) != CsvTableReader::Ok)
         return {};
-    qCInfo(lcTables).noquote() << "TableFileAssist::readCsvFile"
-                               << QStringLiteral("读取csv文件，文件名：%1，共计：%2行，读取配置项：%3，去除空行后共计：%4行")
-                                      .arg(fileName)
-                                      .arg(result.linesRead)
-                                      .arg(int(cfg))
-                                      .arg(result.rows.size());
+    logCsvRead(fileName, result, cfg);
     return result.rows;
 }
 
