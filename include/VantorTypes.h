@@ -133,11 +133,6 @@ protected:
     ~IOnceTimerBase() = default;
 };
 
-using VantorRow = QMap<QString, QVariant>;
-using VantorRows = QList<QMap<QString, QVariant>>;
-using VantorTable = QList<QStringList>;
-using VantorSheets = QList<QPair<QString, QList<QStringList>>>;
-
 Q_DECLARE_METATYPE(SysCpuInfo)
 Q_DECLARE_METATYPE(SysAndProcRCInfo)
 Q_DECLARE_METATYPE(SysScreenInfo)

@@ -95,6 +95,19 @@ void putDouble(QByteArray& out, double d)
     out.append(bytes, 9);
 }
 
+void putVariant(QByteArray& out, const QVariant& v);
+
+// A map of texts to values (QVariantMap or QVariantHash).
+template <typename Map>
+void putMap(QByteArray& out, const Map& map)
+{
+    putHead(out, 5, quint64(map.size()));
+    for (auto it = map.cbegin(); it != map.cend(); ++it) {
+        putText(out, it.key());
+        putVariant(out, it.value());
+    }
+}
+
 void putVariant(QByteArray& out, const QVariant& v)
 {
     switch (v.userType()) {
@@ -112,24 +125,12 @@ void putVariant(QByteArray& out, const QVariant& v)
             putText(out, item);
         return;
     }
-    case QMetaType::QVariantMap: {
-        const QVariantMap& map = *static_cast<const QVariantMap*>(v.constData());
-        putHead(out, 5, quint64(map.size()));
-        for (auto it = map.cbegin(); it != map.cend(); ++it) {
-            putText(out, it.key());
-            putVariant(out, it.value());
-        }
+    case QMetaType::QVariantMap:
+        putMap(out, *static_cast<const QVariantMap*>(v.constData()));
         return;
-    }
-    case QMetaType::QVariantHash: {
-        const QVariantHash& hash = *static_cast<const QVariantHash*>(v.constData());
-        putHead(out, 5, quint64(hash.size()));
-        for (auto it = hash.cbegin(); it != hash.cend(); ++it) {
-            putText(out, it.key());
-            putVariant(out, it.value());
-        }
+    case QMetaType::QVariantHash:
+        putMap(out, *static_cast<const QVariantHash*>(v.constData()));
         return;
-    }
     case QMetaType::QString:
         putText(out, *static_cast<const QString*>(v.constData()));
         return;
