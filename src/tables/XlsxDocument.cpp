@@ -2,6 +2,8 @@
 
 #include "SiblingTempFile.h"
 #include "VantorLogging.h"
+#include "XlsxSheetLayout.h"
+#include "XlsxStyleWriter.h"
 #include "XlsxWorkbookReader.h"
 
 #include <QFileInfo>
@@ -39,7 +41,6 @@ class LoadVisitor : public XlsxCellVisitor
 {
 public:
     std::vector<OldCell> cells;
-    QMap<int, double> widths;
 
     void cell(const XlsxCell& c) override
     {
@@ -58,14 +59,6 @@ public:
             o.text = c.text;
         cells.push_back(std::move(o));
     }
-
-    void columnWidth(int first, int last, double width) override
-    {
-        if (last - first > 256)
-            last = first + 256; // whole-sheet ranges are kept for their first columns only
-        for (int c = first; c <= last; ++c)
-            widths.insert(c, width);
-    }
 };
 
 } // namespace
@@ -81,6 +74,10 @@ struct XlsxDocument::Private {
         QString name;
         std::vector<OldCell> oldCells;
         size_t oldNext = 0;
+        XlsxSheetLayout layout; // of the sheet as it was read
+        size_t rowNext = 0;     // next entry of layout.rows() to hand to the writer
+        size_t linkNext = 0;    // next entry of layout.hyperlinks()
+        int layoutFailures = 0;
         QMap<int, double> widths;
         QMap<int, XlsxWriteFormat> columnFormats;
         lxw_worksheet* ws = nullptr;
@@ -93,7 +90,9 @@ struct XlsxDocument::Private {
     };
 
     std::vector<Sheet> sheets;
-    std::vector<XlsxWriteFormat> oldStyles;
+    XlsxStyles oldStyles;
+    std::vector<lxw_format*> oldFormats; // made on first use, by style index
+    std::vector<bool> oldFormatMade;
     int current = -1;
     std::unique_ptr<SiblingTempFile> temp;
     lxw_workbook* wb = nullptr;
@@ -163,11 +162,33 @@ struct XlsxDocument::Private {
         return fmt;
     }
 
+    // The writer's format for a cell format of the workbook as it was read; null for
+    // one that looks like no format at all.
+    lxw_format* oldFormat(int style)
+    {
+        if (style < 0 || style >= oldStyles.count() || !wb)
+            return nullptr;
+        if (oldFormats.empty()) {
+            oldFormats.assign(size_t(oldStyles.count()), nullptr);
+            oldFormatMade.assign(size_t(oldStyles.count()), false);
+        }
+        if (!oldFormatMade[size_t(style)]) {
+            oldFormatMade[size_t(style)] = true;
+            const XlsxCellStyle& look = oldStyles.style(style);
+            if (!XlsxStyleWriter::isPlain(look)) {
+                lxw_format* fmt = workbook_add_format(wb);
+                XlsxStyleWriter::apply(look, fmt);
+                oldFormats[size_t(style)] = fmt;
+            }
+        }
+        return oldFormats[size_t(style)];
+    }
+
     bool writeOld(Sheet& s, const OldCell& c)
     {
         const lxw_row_t r = lxw_row_t(c.row - 1);
         const lxw_col_t col = lxw_col_t(c.col - 1);
-        lxw_format* fmt = (c.style >= 0 && size_t(c.style) < oldStyles.size()) ? format(oldStyles[size_t(c.style)]) : nullptr;
+        lxw_format* fmt = oldFormat(c.style);
         if (!c.formula.isEmpty()) {
             const QByteArray f = c.formula.toUtf8();
             if (c.type == XlsxCell::String || c.type == XlsxCell::Error)
@@ -217,12 +238,145 @@ struct XlsxDocument::Private {
         return col <= s.columnFormatCache.size() ? s.columnFormatCache.at(col - 1) : nullptr;
     }
 
+    void setRow(Sheet& s, const XlsxSheetLayout::Row& row)
+    {
+        lxw_row_col_options options = {};
+        options.hidden = row.hidden;
+        options.level = row.level;
+        options.collapsed = row.collapsed;
+        const double height = row.height > 0 ? row.height : LXW_DEF_ROW_HEIGHT;
+        if (worksheet_set_row_opt(s.ws, lxw_row_t(row.row - 1), height, oldFormat(row.style), &options) != LXW_NO_ERROR)
+            ++s.layoutFailures;
+    }
+
+    void writeLink(Sheet& s, const XlsxSheetLayout::Hyperlink& link)
+    {
+        QString url;
+        if (link.target.isEmpty())
+            url = QLatin1String("internal:") + link.location;
+        else if (link.location.isEmpty())
+            url = link.target;
+        else
+            url = link.target + QLatin1Char('#') + link.location;
+        const QByteArray address = url.toUtf8();
+        const QByteArray display = link.display.toUtf8();
+        const QByteArray tooltip = link.tooltip.toUtf8();
+        const lxw_error e = worksheet_write_url_opt(s.ws, lxw_row_t(link.row - 1), lxw_col_t(link.col - 1), address.constData(),
+                                                    nullptr, display.isEmpty() ? nullptr : display.constData(),
+                                                    tooltip.isEmpty() ? nullptr : tooltip.constData());
+        if (e != LXW_NO_ERROR)
+            ++s.layoutFailures;
+    }
+
+    // Hands the old sheet's rows up to `uptoRow` to the writer in ascending order, each
+    // row's options first (the writer takes them only before the row's cells), then its
+    // hyperlinks (which write their cell), then its cells over them.
     void flushOld(Sheet& s, int uptoRow)
     {
-        while (s.oldNext < s.oldCells.size() && s.oldCells[s.oldNext].row <= uptoRow) {
-            const OldCell& c = s.oldCells[s.oldNext++];
-            writeOld(s, c);
-            s.currentRow = qMax(s.currentRow, c.row);
+        const std::vector<XlsxSheetLayout::Row>& rows = s.layout.rows();
+        const std::vector<XlsxSheetLayout::Hyperlink>& links = s.layout.hyperlinks();
+        for (;;) {
+            int next = INT_MAX;
+            if (s.oldNext < s.oldCells.size())
+                next = s.oldCells[s.oldNext].row;
+            if (s.rowNext < rows.size())
+                next = qMin(next, rows[s.rowNext].row);
+            if (s.linkNext < links.size())
+                next = qMin(next, links[s.linkNext].row);
+            if (next == INT_MAX || next > uptoRow)
+                return;
+            while (s.rowNext < rows.size() && rows[s.rowNext].row == next)
+                setRow(s, rows[s.rowNext++]);
+            while (s.linkNext < links.size() && links[s.linkNext].row == next)
+                writeLink(s, links[s.linkNext++]);
+            while (s.oldNext < s.oldCells.size() && s.oldCells[s.oldNext].row == next)
+                writeOld(s, s.oldCells[s.oldNext++]);
+            s.currentRow = qMax(s.currentRow, next);
+        }
+    }
+
+    // What the writer needs to know before any row: merged ranges (the writer takes a
+    // range only while its last row is still to come) and the frozen pane.
+    void startLayout(Sheet& s)
+    {
+        for (const XlsxSheetLayout::Range& r : s.layout.merges()) {
+            // An empty text and no format: the range is registered and its cells are left
+            // to the old cells that follow.
+            if (worksheet_merge_range(s.ws, lxw_row_t(r.firstRow - 1), lxw_col_t(r.firstCol - 1), lxw_row_t(r.lastRow - 1),
+                                      lxw_col_t(r.lastCol - 1), "", nullptr)
+                != LXW_NO_ERROR)
+                ++s.layoutFailures;
+        }
+        const XlsxSheetLayout::Pane& pane = s.layout.pane();
+        if (pane.rows > 0 || pane.cols > 0)
+            worksheet_freeze_panes_opt(s.ws, lxw_row_t(pane.rows), lxw_col_t(pane.cols), lxw_row_t(pane.topRow - 1),
+                                       lxw_col_t(pane.leftCol - 1), 0);
+    }
+
+    // Column widths, formats and visibility: the old sheet's spans with the widths and
+    // formats given since laid over them, written as runs of equal columns.
+    void writeColumns(Sheet& s)
+    {
+        const std::vector<XlsxSheetLayout::Column>& spans = s.layout.columns();
+        int maxCol = 0;
+        for (const XlsxSheetLayout::Column& span : spans)
+            maxCol = qMax(maxCol, span.last);
+        if (!s.widths.isEmpty())
+            maxCol = qMax(maxCol, s.widths.lastKey());
+        if (!s.columnFormats.isEmpty())
+            maxCol = qMax(maxCol, s.columnFormats.lastKey());
+        if (maxCol <= 0)
+            return;
+        std::vector<int> owner(size_t(maxCol) + 1, -1); // the span that has the last word on a column
+        for (size_t i = 0; i < spans.size(); ++i) {
+            for (int c = spans[i].first; c <= spans[i].last; ++c)
+                owner[size_t(c)] = int(i);
+        }
+        struct Col {
+            bool any = false;
+            double width = LXW_DEF_COL_WIDTH;
+            lxw_format* fmt = nullptr;
+            lxw_row_col_options options = {};
+            bool operator==(const Col& o) const
+            {
+                return any == o.any && width == o.width && fmt == o.fmt && options.hidden == o.options.hidden
+                    && options.level == o.options.level && options.collapsed == o.options.collapsed;
+            }
+        };
+        auto columnAt = [&](int c) {
+            Col col;
+            const XlsxSheetLayout::Column* span = owner[size_t(c)] >= 0 ? &spans[size_t(owner[size_t(c)])] : nullptr;
+            if (span) {
+                col.any = true;
+                if (span->width >= 0)
+                    col.width = givenWidthFromStored(span->width);
+                col.fmt = oldFormat(span->style);
+                col.options.hidden = span->hidden;
+                col.options.level = span->level;
+                col.options.collapsed = span->collapsed;
+            }
+            auto width = s.widths.constFind(c);
+            if (width != s.widths.constEnd()) {
+                col.any = true;
+                col.width = width.value();
+            }
+            auto format = s.columnFormats.constFind(c);
+            if (format != s.columnFormats.constEnd()) {
+                col.any = true;
+                col.fmt = this->format(format.value());
+            }
+            return col;
+        };
+        for (int c = 1; c <= maxCol;) {
+            const Col col = columnAt(c);
+            int end = c;
+            while (end < maxCol && columnAt(end + 1) == col)
+                ++end;
+            if (col.any) {
+                Col copy = col;
+                worksheet_set_column_opt(s.ws, lxw_col_t(c - 1), lxw_col_t(end - 1), copy.width, copy.fmt, &copy.options);
+            }
+            c = end + 1;
         }
     }
 
@@ -245,6 +399,7 @@ struct XlsxDocument::Private {
             qCWarning(lcTables).noquote() << "XlsxDocument::addSheet" << "the sheet name is not acceptable:" << s.name;
             return false;
         }
+        startLayout(s);
         return true;
     }
 
@@ -253,17 +408,11 @@ struct XlsxDocument::Private {
         if (!s.ws)
             return;
         flushOld(s, INT_MAX);
-        QMap<int, bool> cols;
-        for (auto it = s.widths.cbegin(); it != s.widths.cend(); ++it)
-            cols.insert(it.key(), true);
-        for (auto it = s.columnFormats.cbegin(); it != s.columnFormats.cend(); ++it)
-            cols.insert(it.key(), true);
-        for (auto it = cols.cbegin(); it != cols.cend(); ++it) {
-            const int c = it.key();
-            const double width = s.widths.value(c, LXW_DEF_COL_WIDTH);
-            lxw_format* fmt = s.columnFormats.contains(c) ? format(s.columnFormats.value(c)) : nullptr;
-            worksheet_set_column(s.ws, lxw_col_t(c - 1), lxw_col_t(c - 1), width, fmt);
-        }
+        writeColumns(s);
+        if (s.layoutFailures > 0)
+            qCWarning(lcTables).noquote() << "XlsxDocument::save" << s.layoutFailures
+                                          << "row options, merged ranges or hyperlinks the writer refused are left out of sheet"
+                                          << s.name;
     }
 };
 
@@ -279,19 +428,7 @@ XlsxDocument::XlsxDocument(const QString& fileName)
             m_loadError = err;
             return;
         }
-        const XlsxStyles& styles = reader.styles();
-        for (int i = 0; i < styles.count(); ++i) {
-            const XlsxCellStyle& s = styles.style(i);
-            XlsxWriteFormat f;
-            if (s.customNumFmt)
-                f.numFmt = s.numFmt;
-            else if (s.numFmtId > 0)
-                f.numFmtId = s.numFmtId;
-            f.bold = s.bold;
-            if (s.fontSize > 0 && std::fabs(s.fontSize - 11.0) > 1e-9)
-                f.fontSize = s.fontSize;
-            d->oldStyles.push_back(f);
-        }
+        d->oldStyles = reader.styles();
         for (int i = 0; i < reader.sheets().size(); ++i) {
             const XlsxWorkbookReader::SheetInfo& info = reader.sheets().at(i);
             if (info.chart) {
@@ -299,13 +436,13 @@ XlsxDocument::XlsxDocument(const QString& fileName)
                 continue;
             }
             LoadVisitor visitor;
-            if (!reader.readSheet(i, visitor, err)) {
+            Private::Sheet sheet;
+            sheet.name = info.name;
+            if (!reader.readSheet(i, visitor, err, &sheet.layout)) {
                 m_loadError = err;
                 d->sheets.clear();
                 return;
             }
-            Private::Sheet sheet;
-            sheet.name = info.name;
             std::stable_sort(visitor.cells.begin(), visitor.cells.end(), [](const OldCell& a, const OldCell& b) {
                 return a.row < b.row || (a.row == b.row && a.col < b.col);
             });
@@ -314,8 +451,6 @@ XlsxDocument::XlsxDocument(const QString& fileName)
                 sheet.maxRow = visitor.cells.back().row;
             }
             sheet.oldCells = std::move(visitor.cells);
-            for (auto it = visitor.widths.cbegin(); it != visitor.widths.cend(); ++it)
-                sheet.widths.insert(it.key(), givenWidthFromStored(it.value()));
             d->sheets.push_back(std::move(sheet));
         }
         d->current = reader.currentSheet() >= 0 ? qMin(reader.currentSheet(), int(d->sheets.size()) - 1) : 0;

@@ -22,9 +22,11 @@ struct XlsxWriteFormat {
 
 // A workbook being written. Rows stream straight into the file (memory does not grow
 // with them), so rows must arrive in ascending order per sheet. Opening an existing file
-// loads its sheets; saving rewrites the workbook with those sheets kept in their order,
-// their cells, number formats, bold and font sizes and column widths kept, and the new
-// rows merged in. The result is written beside the target and renamed over it.
+// loads its sheets; saving rewrites the workbook with those sheets kept in their order and
+// the new rows merged in. Kept of each sheet: its cells with their formats (number format,
+// font, fill, borders, alignment), row heights and hidden rows, column widths, formats and
+// hidden columns, merged ranges, the frozen pane and hyperlinks. The result is written
+// beside the target and renamed over it.
 class XlsxDocument
 {
 public:

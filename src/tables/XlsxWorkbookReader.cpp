@@ -3,6 +3,7 @@
 #include "VantorLogging.h"
 #include "XlsxCellPipe.h"
 #include "XlsxErrors.h"
+#include "XlsxSheetLayout.h"
 #include "XlsxXmlReader.h"
 
 #include <QDateTime>
@@ -29,6 +30,7 @@ class RelsHandler : public XlsxXmlHandler
 public:
     QHash<QString, Relationship> byId;
     QVector<Relationship> all;
+    QHash<QString, QString> externalTargets; // by id: addresses outside the package (hyperlinks)
 
     void startElement(const char* name, const char** atts) override
     {
@@ -38,8 +40,13 @@ public:
         const char* type = XlsxXmlReader::attribute(atts, "Type");
         const char* target = XlsxXmlReader::attribute(atts, "Target");
         const char* mode = XlsxXmlReader::attribute(atts, "TargetMode");
-        if (!type || !target || (mode && std::strcmp(mode, "External") == 0))
+        if (!type || !target)
             return;
+        if (mode && std::strcmp(mode, "External") == 0) {
+            if (id && externalTargets.size() < 100000)
+                externalTargets.insert(QString::fromUtf8(id), QString::fromUtf8(target));
+            return;
+        }
         Relationship rel{QString::fromUtf8(type), QString::fromUtf8(target)};
         if (all.size() < 100000)
             all.append(rel);
@@ -237,9 +244,10 @@ private:
 class SheetHandler : public XlsxXmlHandler
 {
 public:
-    SheetHandler(XlsxRawCellSink& sink, int sharedCount)
+    SheetHandler(XlsxRawCellSink& sink, int sharedCount, XlsxSheetLayout* layout)
         : m_sink(sink)
         , m_sharedCount(sharedCount)
+        , m_layout(layout)
     {
     }
 
@@ -288,9 +296,23 @@ public:
                 }
                 m_row = row;
                 m_col = 0;
+                if (m_layout)
+                    m_layout->addRow(row, atts);
             } else if (std::strcmp(name, "rPh") == 0) {
                 ++m_phonetic;
             }
+            return;
+        case 'm':
+            if (m_layout && std::strcmp(name, "mergeCell") == 0)
+                m_layout->addMerge(atts);
+            return;
+        case 'h':
+            if (m_layout && std::strcmp(name, "hyperlink") == 0)
+                m_layout->addHyperlink(atts);
+            return;
+        case 'p':
+            if (m_layout && std::strcmp(name, "pane") == 0)
+                m_layout->setPane(atts);
             return;
         default:
             return;
@@ -354,6 +376,8 @@ private:
         }
         if (const char* width = XlsxXmlReader::attribute(atts, "width"))
             m_sink.columnWidth(first, last, std::atof(width));
+        if (m_layout)
+            m_layout->addColumn(first, last, atts);
     }
 
     void startCell(const char** atts)
@@ -453,6 +477,7 @@ private:
 
     XlsxRawCellSink& m_sink;
     const int m_sharedCount;
+    XlsxSheetLayout* const m_layout;
     XlsxRawCell m_cell;
     QVector<int> m_columnStyles;
     std::string m_value;
@@ -577,7 +602,28 @@ bool XlsxWorkbookReader::loadSharedStrings(QString& err)
     return XlsxXmlReader::parsePart(m_zip, m_sharedStringsPart, handler, err);
 }
 
-bool XlsxWorkbookReader::readSheet(int index, XlsxCellVisitor& visitor, QString& err)
+bool XlsxWorkbookReader::readSheet(int index, XlsxCellVisitor& visitor, QString& err, XlsxSheetLayout* layout)
+{
+    if (!readSheetCells(index, visitor, err, layout))
+        return false;
+    if (layout) {
+        if (!layout->hyperlinks().empty()) {
+            // External link targets live in the sheet's relationships.
+            const QString& part = m_sheets.at(index).part;
+            const int slash = part.lastIndexOf(QLatin1Char('/'));
+            const QString rels = part.left(slash + 1) + QLatin1String("_rels/") + part.mid(slash + 1) + QLatin1String(".rels");
+            RelsHandler handler;
+            QString relsErr;
+            if (m_zip.contains(rels) && !XlsxXmlReader::parsePart(m_zip, rels, handler, relsErr))
+                qCWarning(lcTables).noquote() << "XlsxWorkbookReader::readSheet" << "unreadable relationships" << rels << relsErr;
+            layout->resolveTargets(handler.externalTargets);
+        }
+        layout->finish(m_sheets.at(index).name);
+    }
+    return true;
+}
+
+bool XlsxWorkbookReader::readSheetCells(int index, XlsxCellVisitor& visitor, QString& err, XlsxSheetLayout* layout)
 {
     if (index < 0 || index >= m_sheets.size() || m_sheets.at(index).part.isEmpty()) {
         err = XlsxErrors::missingPart();
@@ -590,7 +636,7 @@ bool XlsxWorkbookReader::readSheet(int index, XlsxCellVisitor& visitor, QString&
     const QString& part = m_sheets.at(index).part;
     CellDelivery delivery(visitor, m_sharedStrings);
     if (m_zip.partSize(part) < kPipelineBytes || QThread::idealThreadCount() < 2) {
-        SheetHandler handler(delivery, m_sharedStrings.size());
+        SheetHandler handler(delivery, m_sharedStrings.size(), layout);
         return XlsxXmlReader::parsePart(m_zip, part, handler, err);
     }
     // A large sheet is parsed on a thread of its own while this one builds the cells.
@@ -598,13 +644,13 @@ bool XlsxWorkbookReader::readSheet(int index, XlsxCellVisitor& visitor, QString&
     std::thread parser;
     try {
         parser = std::thread([&] {
-            SheetHandler handler(pipe, m_sharedStrings.size());
+            SheetHandler handler(pipe, m_sharedStrings.size(), layout);
             QString parseErr;
             const bool ok = XlsxXmlReader::parsePart(m_zip, part, handler, parseErr);
             pipe.close(ok, parseErr);
         });
     } catch (const std::system_error&) {
-        SheetHandler handler(delivery, m_sharedStrings.size()); // no thread to be had
+        SheetHandler handler(delivery, m_sharedStrings.size(), layout); // no thread to be had
         return XlsxXmlReader::parsePart(m_zip, part, handler, err);
     }
     const bool ok = pipe.drain(delivery, err);

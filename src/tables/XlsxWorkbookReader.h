@@ -25,6 +25,8 @@ struct XlsxCell {
 };
 
 // Receives a sheet's cells in the order the sheet stores them.
+class XlsxSheetLayout;
+
 class XlsxCellVisitor
 {
 public:
@@ -55,7 +57,8 @@ public:
     bool is1904() const { return m_1904; }
     const XlsxStyles& styles() const { return m_styles; }
 
-    bool readSheet(int index, XlsxCellVisitor& visitor, QString& err);
+    // With a layout, also collects what the sheet holds besides its cells (for rewriting).
+    bool readSheet(int index, XlsxCellVisitor& visitor, QString& err, XlsxSheetLayout* layout = nullptr);
 
     // Value of a number cell as text, the way a variant holding the double prints it.
     static QString numberText(const char* raw, int len);
@@ -74,6 +77,7 @@ public:
 
 private:
     bool loadSharedStrings(QString& err);
+    bool readSheetCells(int index, XlsxCellVisitor& visitor, QString& err, XlsxSheetLayout* layout);
 
     XlsxZipArchive m_zip;
     QVector<SheetInfo> m_sheets;

@@ -1,4 +1,5 @@
 #include "VantorUtils.h"
+#include "tables/XlsxSheetLayout.h"
 #include "tables/XlsxWorkbookReader.h"
 #include "tables/XlsxZipArchive.h"
 
@@ -26,6 +27,36 @@ class TestTableXlsx : public QObject
 private:
     QTemporaryDir m_dir;
     bool m_haveProbe = false;
+    QJsonObject m_styledBefore;
+    QJsonObject m_styledAfter;
+
+    QJsonObject probe(const char* command, const QString& path)
+    {
+        QProcess p;
+        p.start(kPython, {kProbe, QString::fromLatin1(command), path});
+        p.waitForFinished(120000);
+        return QJsonDocument::fromJson(p.readAllStandardOutput()).object();
+    }
+
+    static QString text(const QJsonValue& v)
+    {
+        return QString::fromUtf8(QJsonDocument(QJsonArray{v}).toJson(QJsonDocument::Compact));
+    }
+
+    struct NoCells : XlsxCellVisitor {
+        void cell(const XlsxCell&) override {}
+    };
+
+    static XlsxSheetLayout layoutOf(const QString& path)
+    {
+        XlsxWorkbookReader reader;
+        XlsxSheetLayout layout;
+        NoCells cells;
+        QString err;
+        if (!reader.open(path, err) || !reader.readSheet(0, cells, err, &layout))
+            qWarning() << "cannot read" << path << err;
+        return layout;
+    }
 
     QJsonObject dump(const QString& path)
     {
@@ -131,6 +162,87 @@ private slots:
         QVERIFY(!VantorUtils::WriteTableData({{"a"}, {"1"}}, broken, {}, false, ExportFileCodeUtf8, true, err));
         QVERIFY(!err.isEmpty());
         QCOMPARE(QFileInfo(broken).size(), qint64(14));
+    }
+
+    void appendKeepsSheetLayout_data()
+    {
+        QTest::addColumn<QString>("fact");
+        QTest::newRow("fonts, fills, borders, alignment, number formats") << "looks";
+        QTest::newRow("values, old and appended") << "values";
+        QTest::newRow("merged ranges") << "merges";
+        QTest::newRow("row heights and hidden rows") << "rows";
+        QTest::newRow("hidden columns") << "hiddenColumns";
+        QTest::newRow("frozen pane") << "pane";
+        QTest::newRow("hyperlinks") << "links";
+    }
+
+    void appendKeepsSheetLayout()
+    {
+        // A sheet laid out by hand in another program keeps all of it when rows are appended.
+        QFETCH(QString, fact);
+        if (!m_haveProbe)
+            QSKIP("python3-openpyxl is not available");
+        if (m_styledAfter.isEmpty()) {
+            const QString path = m_dir.filePath("styled.xlsx");
+            m_styledBefore = probe("layout", path);
+            QString err;
+            QVERIFY(VantorUtils::WriteTableData({{"代码", "名称", "金额"}, {"600036", "招商银行", "8.5"}, {"601398", "工商银行", "5"}},
+                                                path, {{2, ExportFormatNumber}}, false, ExportFileCodeUtf8, true, err));
+            m_styledAfter = probe("layout", path);
+            QVERIFY(!m_styledAfter.isEmpty());
+        }
+        const QJsonValue before = m_styledBefore.value(fact);
+        const QJsonValue after = m_styledAfter.value(fact);
+        QVERIFY2(!before.isNull() && !(before.isObject() && before.toObject().isEmpty())
+                     && !(before.isArray() && before.toArray().isEmpty()),
+                 "the workbook built for the test lacks this");
+        if (before.isObject()) {
+            // The appended cells add entries; each old one is as it was.
+            const QJsonObject old = before.toObject();
+            for (auto it = old.begin(); it != old.end(); ++it)
+                QCOMPARE(text(after.toObject().value(it.key())), text(it.value()));
+        } else {
+            QCOMPARE(text(after), text(before));
+        }
+        if (fact == QLatin1String("values")) {
+            const QJsonObject values = after.toObject();
+            QCOMPARE(values.value("A7").toString(), QStringLiteral("600036"));
+            QCOMPARE(values.value("B8").toString(), QStringLiteral("工商银行"));
+            QCOMPARE(values.value("C8").toDouble(), 5.0);
+            QVERIFY(!values.contains("A9"));
+        }
+    }
+
+    void appendSurvivesBrokenLayout()
+    {
+        // Absurd merges, heights, panes, links and colours are left out; the sane ones stay.
+        if (!m_haveProbe)
+            QSKIP("python3 is not available to build the packages");
+        const QString junk = m_dir.filePath("layout-junk.xlsx");
+        QString err;
+        QVERIFY(VantorUtils::WriteTableData({{"h"}, {"new"}}, junk, {}, false, ExportFileCodeUtf8, true, err));
+        QCOMPARE(read(junk, ReadAllRows, err), (Table{{"a", ""}, {"2", ""}, {"3", ""}, {"4", "5"}}));
+        const XlsxSheetLayout kept = layoutOf(junk);
+        QCOMPARE(int(kept.merges().size()), 1);
+        QCOMPARE(kept.merges().front().firstRow, 4);
+        QCOMPARE(kept.merges().front().lastCol, 2);
+        QCOMPARE(int(kept.hyperlinks().size()), 1);
+        QCOMPARE(kept.hyperlinks().front().location, QStringLiteral("S!A4"));
+        QCOMPARE(kept.pane().rows + kept.pane().cols, 0);
+        bool row4 = false;
+        for (const XlsxSheetLayout::Row& r : kept.rows()) {
+            QVERIFY(r.height <= XlsxSheetLayout::kMaxRowHeight);
+            row4 = row4 || (r.row == 4 && r.height == 24);
+        }
+        QVERIFY(row4);
+        QVERIFY(!probe("dump", junk).isEmpty()); // and another program still opens it
+
+        // More merged ranges than a sheet can hold: the first ones are kept.
+        const QString many = m_dir.filePath("million-merges.xlsx");
+        QVERIFY(VantorUtils::WriteTableData({{"h"}, {"2"}}, many, {}, false, ExportFileCodeUtf8, true, err));
+        const XlsxSheetLayout merged = layoutOf(many);
+        QCOMPARE(int(merged.merges().size()), XlsxSheetLayout::kMaxMerges);
+        QCOMPARE(merged.merges().back().lastRow, XlsxSheetLayout::kMaxMerges);
     }
 
     void severalSheetsInOrder()

@@ -2,6 +2,8 @@
 """Independent workbook reader and writer for the table-file tests (uses openpyxl).
 
   xlsx_probe.py dump FILE   prints every sheet's cells, formats, fonts and widths as JSON
+  xlsx_probe.py layout FILE prints what the first sheet holds besides values: cell looks,
+                            merged ranges, rows, hidden columns, the pane, hyperlinks
   xlsx_probe.py make DIR    writes the test workbooks and broken packages into DIR
 """
 import datetime
@@ -27,6 +29,100 @@ def dump(path):
         out["sheets"].append({"name": ws.title, "cells": cells, "widths": widths})
     print(json.dumps(out, ensure_ascii=False, default=str))
 
+
+
+def color(c):
+    """A colour as six hex digits, whether stored as ARGB or as a palette entry."""
+    from openpyxl.styles.colors import COLOR_INDEX
+    if c is None:
+        return None
+    if c.type == "rgb":
+        return c.rgb[-6:].upper()
+    if c.type == "indexed":
+        return COLOR_INDEX[c.indexed][-6:].upper() if c.indexed < len(COLOR_INDEX) else None
+    return None  # theme colours are not carried over by a rewrite
+
+
+def look(c):
+    f, fill, b, a = c.font, c.fill, c.border, c.alignment
+    sides = {}
+    for name in ("left", "right", "top", "bottom"):
+        side = getattr(b, name)
+        if side is not None and side.style:
+            sides[name] = [side.style, color(side.color)]
+    out = {"font": [f.name, float(f.sz or 0), bool(f.b), bool(f.i), f.u, bool(f.strike), color(f.color)],
+           "align": [a.horizontal, a.vertical, bool(a.wrap_text), int(a.indent or 0), int(a.text_rotation or 0)],
+           "border": sides, "format": c.number_format}
+    if fill.fill_type:
+        # a solid fill shows its foreground colour only
+        out["fill"] = [fill.fill_type, color(fill.fgColor), None if fill.fill_type == "solid" else color(fill.bgColor)]
+    return out
+
+
+def layout(path):
+    import openpyxl
+    ws = openpyxl.load_workbook(path).worksheets[0]
+    hidden_cols = set()
+    for d in ws.column_dimensions.values():
+        if d.hidden:
+            hidden_cols.update(range(d.min, min(d.max, 200) + 1))
+    out = {
+        "looks": {c.coordinate: look(c) for row in ws.iter_rows() for c in row if c.has_style},
+        "values": {c.coordinate: c.value for row in ws.iter_rows() for c in row if c.value is not None},
+        "merges": sorted(str(r) for r in ws.merged_cells.ranges),
+        "rows": {str(r): [d.ht if d.customHeight else None, bool(d.hidden)]
+                 for r, d in ws.row_dimensions.items() if d.customHeight or d.hidden},
+        "hiddenColumns": sorted(hidden_cols),
+        "pane": ws.freeze_panes,
+        "links": {c.coordinate: [c.hyperlink.target, c.hyperlink.location, c.hyperlink.tooltip]
+                  for row in ws.iter_rows() for c in row if c.hyperlink is not None},
+    }
+    print(json.dumps(out, ensure_ascii=False, default=str))
+
+
+def make_styled(d):
+    """A sheet with what a user lays out by hand: merges, heights, hidden parts, looks."""
+    import openpyxl
+    from openpyxl.styles import Alignment, Border, Font, PatternFill, Side
+    from openpyxl.styles.colors import Color
+    from openpyxl.worksheet.hyperlink import Hyperlink
+    wb = openpyxl.Workbook()
+    ws = wb.active
+    ws.title = "Sheet1"  # where appended rows go
+    ws.append(["季度汇总", None, None, "备注"])
+    ws.append(["代码", "名称", "金额", "说明"])
+    ws.append(["600000", "浦发银行", 1200.5, "见官网"])
+    ws.append(["000001", "平安银行", 3.25, "转到明细"])
+    ws.append([None, None, None, None])
+    ws.append(["合计", None, "=C3+C4", None])
+    ws.merge_cells("A1:C1")
+    ws.merge_cells("A6:B6")
+    ws.merge_cells("D4:D5")
+    ws["A1"].font = Font(name="宋体", size=16, bold=True, italic=True, color="FFC00000")
+    ws["A1"].alignment = Alignment(horizontal="center", vertical="center")
+    ws["A1"].fill = PatternFill("solid", fgColor="FFFFF2CC")
+    thin = Side(style="thin", color="FF4472C4")
+    ws["A2"].border = Border(left=thin, right=Side(style="double", color=Color(indexed=10)),
+                             top=Side(style="dashed"), bottom=Side(style="medium", color="FF000000"))
+    ws["B2"].font = Font(name="Arial", size=9, underline="double", strike=True, color=Color(indexed=12))
+    ws["B2"].fill = PatternFill("darkGrid", fgColor="FF00B050", bgColor=Color(indexed=13))
+    ws["C2"].alignment = Alignment(horizontal="right", vertical="top", wrap_text=True, indent=2)
+    ws["D2"].alignment = Alignment(text_rotation=45)
+    ws["D3"].alignment = Alignment(text_rotation=135, horizontal="distributed")
+    ws["C3"].number_format = "#,##0.00"
+    ws["C4"].font = Font(name="等线", size=11, underline="single", color="FF0563C1")
+    ws.row_dimensions[1].height = 32.5
+    ws.row_dimensions[3].height = 9.75
+    ws.row_dimensions[5].hidden = True
+    ws.column_dimensions["B"].width = 20
+    ws.column_dimensions["E"].hidden = True
+    ws.column_dimensions.group("G", "I", hidden=True)
+    ws.freeze_panes = "B3"
+    ws["D3"].hyperlink = "https://example.com/notice"
+    ws["D3"].hyperlink.tooltip = "公告"
+    ws["D4"].hyperlink = Hyperlink(ref="D4", location="'明细'!A1", display="转到明细")
+    wb.create_sheet("明细").append(["x"])
+    wb.save(d + "/styled.xlsx")
 
 
 def make_basic(d):
@@ -79,6 +175,43 @@ def sheet(body):
             + body + b'</sheetData></worksheet>')
 
 
+def make_layout_junk(d):
+    """Sheets whose layout entries are broken or absurd, next to a few sane ones."""
+    styles = (b'<?xml version="1.0"?><styleSheet xmlns="http://schemas.openxmlformats.org/spreadsheetml/2006/main">'
+              b'<fonts count="3"><font><sz val="11"/><name val="Calibri"/></font>'
+              b'<font><b/><color rgb="GG0000"/><name val="Calibri"/></font>'
+              b'<font><i/><color indexed="99999"/><sz val="1e999"/><name val="Calibri"/></font></fonts>'
+              b'<fills count="1"><fill><patternFill patternType="bogus"><fgColor rgb="FF12"/></patternFill></fill></fills>'
+              b'<borders count="1"><border><left style="thick"><color rgb="zzzzzzzz"/></left></border></borders>'
+              b'<cellXfs count="3"><xf fontId="0"/><xf fontId="1" borderId="0" fillId="0"/>'
+              b'<xf fontId="2" fillId="7" borderId="-3" numFmtId="999999"><alignment textRotation="999" indent="-4" horizontal="sideways"/></xf>'
+              b'</cellXfs><colors><indexedColors><rgbColor rgb="nonsense"/></indexedColors></colors></styleSheet>')
+    wbrels = WBRELS.replace(b'</Relationships>', b'<Relationship Id="rId9" Type="http://schemas.openxmlformats.org/'
+                            b'officeDocument/2006/relationships/styles" Target="styles.xml"/></Relationships>')
+    rows = (b'<row r="1" ht="1e400" customHeight="1"><c r="A1" s="1" t="inlineStr"><is><t>a</t></is></c></row>'
+            b'<row r="2" ht="-5" customHeight="1" hidden="1"><c r="A2" s="2"><v>2</v></c></row>'
+            b'<row r="3" ht="nan" customHeight="1" outlineLevel="99"><c r="A3" s="77"><v>3</v></c></row>'
+            b'<row r="4" ht="24" customHeight="1"><c r="A4"><v>4</v></c><c r="B4"><v>5</v></c></row>')
+    tail = (b'<mergeCells><mergeCell ref="A1:XFD1048576"/><mergeCell ref="ZZZZ1:A1"/><mergeCell ref="A0:B2"/>'
+            b'<mergeCell ref="B2:A"/><mergeCell/><mergeCell ref="A4:B4"/></mergeCells>'
+            b'<hyperlinks><hyperlink ref="A1" r:id="rId404"/><hyperlink ref="!!"/><hyperlink ref="A2"/>'
+            b'<hyperlink ref="A3" location="S!A4"/></hyperlinks>')
+    body = (b'<?xml version="1.0"?><worksheet xmlns="http://schemas.openxmlformats.org/spreadsheetml/2006/main" '
+            b'xmlns:r="http://schemas.openxmlformats.org/officeDocument/2006/relationships">'
+            b'<sheetViews><sheetView workbookViewId="0"><pane xSplit="-1" ySplit="99999999" state="frozen"/>'
+            b'</sheetView></sheetViews><cols><col min="3" max="1" width="inf" hidden="1"/><col min="0" max="99999"'
+            b' style="123456"/><col min="2" max="2" width="-7"/></cols><sheetData>' + rows + b'</sheetData>' + tail
+            + b'</worksheet>')
+    parts = {"[Content_Types].xml": CT, "_rels/.rels": RELS, "xl/workbook.xml": WB, "xl/_rels/workbook.xml.rels": wbrels,
+             "xl/styles.xml": styles, "xl/worksheets/sheet1.xml": body}
+    open(d + "/layout-junk.xlsx", "wb").write(package(parts))
+    merges = b''.join(b'<mergeCell ref="A%d:B%d"/>' % (r, r) for r in range(1, 1000001))
+    many = dict(parts)
+    many["xl/worksheets/sheet1.xml"] = sheet(b'<row r="1"><c r="A1"><v>1</v></c></row>').replace(
+        b'</worksheet>', b'<mergeCells>' + merges + b'</mergeCells></worksheet>')
+    open(d + "/million-merges.xlsx", "wb").write(package(many))
+
+
 def make_bad(d):
     good = {"[Content_Types].xml": CT, "_rels/.rels": RELS, "xl/workbook.xml": WB,
             "xl/_rels/workbook.xml.rels": WBRELS,
@@ -114,6 +247,10 @@ def make_bad(d):
 if __name__ == "__main__":
     if sys.argv[1] == "dump":
         dump(sys.argv[2])
+    elif sys.argv[1] == "layout":
+        layout(sys.argv[2])
     else:
         make_basic(sys.argv[2])
+        make_styled(sys.argv[2])
+        make_layout_junk(sys.argv[2])
         make_bad(sys.argv[2])

@@ -1,0 +1,266 @@
+#include "XlsxSheetLayout.h"
+
+#include "VantorLogging.h"
+#include "XlsxWorkbookReader.h"
+#include "XlsxXmlReader.h"
+
+#include <algorithm>
+#include <cmath>
+#include <cstdlib>
+#include <cstring>
+
+namespace {
+
+bool isTrue(const char* v)
+{
+    return v && (std::strcmp(v, "1") == 0 || std::strcmp(v, "true") == 0);
+}
+
+// A small non-negative whole number; -1 when the text is anything else.
+int smallNumber(const char* v, int max)
+{
+    if (!v || !*v)
+        return -1;
+    long n = 0;
+    for (const char* p = v; *p; ++p) {
+        if (*p < '0' || *p > '9')
+            return -1;
+        n = n * 10 + (*p - '0');
+        if (n > max)
+            return -1;
+    }
+    return int(n);
+}
+
+// "C12" (optionally with '$' markers) to row 12, column 3; advances `p` past it.
+bool parseCell(const char*& p, int& row, int& col)
+{
+    if (*p == '$')
+        ++p;
+    int c = 0;
+    int letters = 0;
+    while ((*p >= 'A' && *p <= 'Z') || (*p >= 'a' && *p <= 'z')) {
+        if (++letters > 3)
+            return false;
+        c = c * 26 + ((*p | 0x20) - 'a' + 1);
+        ++p;
+    }
+    if (*p == '$')
+        ++p;
+    long r = 0;
+    int digits = 0;
+    while (*p >= '0' && *p <= '9') {
+        if (++digits > 7)
+            return false;
+        r = r * 10 + (*p - '0');
+        ++p;
+    }
+    if (letters == 0 || digits == 0 || c > XlsxWorkbookReader::kMaxColumns || r < 1 || r > XlsxWorkbookReader::kMaxRows)
+        return false;
+    row = int(r);
+    col = c;
+    return true;
+}
+
+} // namespace
+
+bool XlsxSheetLayout::parseRange(const char* ref, Range& range)
+{
+    if (!ref)
+        return false;
+    const char* p = ref;
+    int r1 = 0, c1 = 0;
+    if (!parseCell(p, r1, c1))
+        return false;
+    int r2 = r1, c2 = c1;
+    if (*p == ':') {
+        ++p;
+        if (!parseCell(p, r2, c2))
+            return false;
+    }
+    if (*p != '\0')
+        return false;
+    range.firstRow = std::min(r1, r2);
+    range.lastRow = std::max(r1, r2);
+    range.firstCol = std::min(c1, c2);
+    range.lastCol = std::max(c1, c2);
+    return true;
+}
+
+void XlsxSheetLayout::addRow(int row, const char** atts)
+{
+    Row r;
+    r.row = row;
+    bool customHeight = false;
+    bool customFormat = false;
+    const char* height = nullptr;
+    const char* style = nullptr;
+    for (const char** a = atts; *a; a += 2) {
+        const char* name = XlsxXmlReader::localName(a[0]);
+        if (std::strcmp(name, "ht") == 0)
+            height = a[1];
+        else if (std::strcmp(name, "customHeight") == 0)
+            customHeight = isTrue(a[1]);
+        else if (std::strcmp(name, "hidden") == 0)
+            r.hidden = isTrue(a[1]);
+        else if (std::strcmp(name, "s") == 0)
+            style = a[1];
+        else if (std::strcmp(name, "customFormat") == 0)
+            customFormat = isTrue(a[1]);
+        else if (std::strcmp(name, "outlineLevel") == 0)
+            r.level = quint8(std::max(0, smallNumber(a[1], 7)));
+        else if (std::strcmp(name, "collapsed") == 0)
+            r.collapsed = isTrue(a[1]);
+    }
+    // A height the file did not mark as custom follows the row's content; it is not kept.
+    if (customHeight && height) {
+        char* end = nullptr;
+        const double h = std::strtod(height, &end);
+        if (end != height && *end == '\0' && std::isfinite(h) && h >= 0 && h <= kMaxRowHeight) {
+            r.height = h;
+            r.hidden = r.hidden || h == 0; // a row squeezed to nothing is a hidden row
+        }
+        else
+            ++m_skipped;
+    }
+    if (customFormat && style)
+        r.style = smallNumber(style, 1 << 30);
+    if (r.height > 0 || r.hidden || r.style >= 0 || r.level > 0 || r.collapsed)
+        m_rows.push_back(r);
+}
+
+void XlsxSheetLayout::addColumn(int first, int last, const char** atts)
+{
+    Column c;
+    c.first = first;
+    c.last = last;
+    if (const char* width = XlsxXmlReader::attribute(atts, "width")) {
+        char* end = nullptr;
+        const double w = std::strtod(width, &end);
+        if (end != width && std::isfinite(w) && w >= 0 && w <= 255)
+            c.width = w;
+        else
+            ++m_skipped;
+    }
+    c.hidden = isTrue(XlsxXmlReader::attribute(atts, "hidden"));
+    c.style = smallNumber(XlsxXmlReader::attribute(atts, "style"), 1 << 30);
+    c.level = quint8(std::max(0, smallNumber(XlsxXmlReader::attribute(atts, "outlineLevel"), 7)));
+    c.collapsed = isTrue(XlsxXmlReader::attribute(atts, "collapsed"));
+    if (c.width < 0 && !c.hidden && c.style < 0 && c.level == 0 && !c.collapsed)
+        return;
+    if (int(m_columns.size()) >= kMaxColumnSpans) {
+        ++m_skipped;
+        return;
+    }
+    m_columns.push_back(c);
+}
+
+void XlsxSheetLayout::addMerge(const char** atts)
+{
+    Range r;
+    if (!parseRange(XlsxXmlReader::attribute(atts, "ref"), r)) {
+        ++m_skipped;
+        return;
+    }
+    if (r.cells() < 2)
+        return; // a single cell is not merged with anything
+    if (int(m_merges.size()) >= kMaxMerges || m_mergedCells + r.cells() > kMaxMergedCells) {
+        ++m_skipped;
+        return;
+    }
+    m_mergedCells += r.cells();
+    m_merges.push_back(r);
+}
+
+void XlsxSheetLayout::setPane(const char** atts)
+{
+    if (m_paneSeen)
+        return; // only the first view of the sheet counts
+    m_paneSeen = true;
+    const char* state = XlsxXmlReader::attribute(atts, "state");
+    // A split that is not frozen is measured in the viewer's units; it is not kept.
+    if (!state || (std::strcmp(state, "frozen") != 0 && std::strcmp(state, "frozenSplit") != 0))
+        return;
+    const char* x = XlsxXmlReader::attribute(atts, "xSplit");
+    const char* y = XlsxXmlReader::attribute(atts, "ySplit");
+    const int cols = x ? smallNumber(x, XlsxWorkbookReader::kMaxColumns - 1) : 0;
+    const int rows = y ? smallNumber(y, XlsxWorkbookReader::kMaxRows - 1) : 0;
+    if (cols < 0 || rows < 0) {
+        ++m_skipped;
+        return;
+    }
+    Pane pane;
+    pane.rows = rows;
+    pane.cols = cols;
+    pane.topRow = rows + 1;
+    pane.leftCol = cols + 1;
+    Range topLeft;
+    if (parseRange(XlsxXmlReader::attribute(atts, "topLeftCell"), topLeft) && topLeft.firstRow > rows
+        && topLeft.firstCol > cols) {
+        pane.topRow = topLeft.firstRow;
+        pane.leftCol = topLeft.firstCol;
+    }
+    m_pane = pane;
+}
+
+void XlsxSheetLayout::addHyperlink(const char** atts)
+{
+    Range r;
+    if (!parseRange(XlsxXmlReader::attribute(atts, "ref"), r) || int(m_links.size()) >= kMaxHyperlinks) {
+        ++m_skipped;
+        return;
+    }
+    Hyperlink link;
+    link.row = r.firstRow; // a link over a range is kept on its first cell
+    link.col = r.firstCol;
+    if (const char* id = XlsxXmlReader::attribute(atts, "id"))
+        link.relId = QString::fromUtf8(id);
+    if (const char* location = XlsxXmlReader::attribute(atts, "location"))
+        link.location = QString::fromUtf8(location);
+    if (const char* display = XlsxXmlReader::attribute(atts, "display"))
+        link.display = QString::fromUtf8(display);
+    if (const char* tooltip = XlsxXmlReader::attribute(atts, "tooltip"))
+        link.tooltip = QString::fromUtf8(tooltip);
+    if (link.relId.isEmpty() && link.location.isEmpty()) {
+        ++m_skipped;
+        return;
+    }
+    m_links.push_back(std::move(link));
+}
+
+void XlsxSheetLayout::resolveTargets(const QHash<QString, QString>& externalTargets)
+{
+    std::vector<Hyperlink> kept;
+    kept.reserve(m_links.size());
+    for (Hyperlink& link : m_links) {
+        if (!link.relId.isEmpty())
+            link.target = externalTargets.value(link.relId);
+        if (!link.relId.isEmpty() && link.target.isEmpty()) {
+            ++m_skipped;
+            continue;
+        }
+        kept.push_back(std::move(link));
+    }
+    m_links.swap(kept);
+}
+
+void XlsxSheetLayout::finish(const QString& sheet)
+{
+    std::stable_sort(m_rows.begin(), m_rows.end(), [](const Row& a, const Row& b) { return a.row < b.row; });
+    std::stable_sort(m_links.begin(), m_links.end(), [](const Hyperlink& a, const Hyperlink& b) {
+        return a.row < b.row || (a.row == b.row && a.col < b.col);
+    });
+    // One link per cell: the first one given.
+    m_links.erase(std::unique(m_links.begin(), m_links.end(),
+                              [](const Hyperlink& a, const Hyperlink& b) { return a.row == b.row && a.col == b.col; }),
+                  m_links.end());
+    if (m_skipped > 0)
+        qCWarning(lcTables).noquote() << "XlsxSheetLayout::finish" << m_skipped << "malformed or excess layout entries of sheet"
+                                      << sheet << "are left out";
+}
+
+bool XlsxSheetLayout::isEmpty() const
+{
+    return m_rows.empty() && m_columns.empty() && m_merges.empty() && m_links.empty() && m_pane.rows == 0
+        && m_pane.cols == 0;
+}

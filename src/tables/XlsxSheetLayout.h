@@ -1,0 +1,94 @@
+#pragma once
+
+#include <QHash>
+#include <QString>
+
+#include <vector>
+
+// What a sheet holds besides its cells that a rewrite carries over: custom row heights,
+// hidden and grouped rows and columns, column widths and formats, merged ranges, the
+// frozen pane and hyperlinks. Filled while the sheet's XML streams past. Every list is
+// bounded, and entries that make no sense are left out (finish() reports how many).
+class XlsxSheetLayout
+{
+public:
+    struct Row {
+        int row = 0;          // 1-based
+        double height = 0;    // points; 0: the default height
+        int style = -1;       // the row's cell format, -1 for none
+        bool hidden = false;
+        quint8 level = 0;     // outline level
+        bool collapsed = false;
+    };
+    struct Column {
+        int first = 0;        // 1-based, inclusive
+        int last = 0;
+        double width = -1;    // as stored (character units with the padding); -1 when not given
+        int style = -1;
+        bool hidden = false;
+        quint8 level = 0;
+        bool collapsed = false;
+    };
+    struct Range {
+        int firstRow = 0;     // 1-based, inclusive
+        int firstCol = 0;
+        int lastRow = 0;
+        int lastCol = 0;
+        qint64 cells() const { return qint64(lastRow - firstRow + 1) * (lastCol - firstCol + 1); }
+    };
+    struct Pane {
+        int rows = 0;         // frozen rows at the top; 0 with cols 0: no frozen pane
+        int cols = 0;
+        int topRow = 0;       // first row shown below the frozen part, 1-based
+        int leftCol = 0;
+    };
+    struct Hyperlink {
+        int row = 0;
+        int col = 0;
+        QString relId;        // names the external target in the sheet's relationships
+        QString target;       // the external address, once resolved
+        QString location;     // a place in this workbook, or the anchor of an external address
+        QString display;
+        QString tooltip;
+    };
+
+    // Element handlers; `atts` as the XML reader gives them.
+    void addRow(int row, const char** atts);
+    void addColumn(int first, int last, const char** atts);
+    void addMerge(const char** atts);
+    void setPane(const char** atts);
+    void addHyperlink(const char** atts);
+    // External targets of the sheet's relationships, by id. Links that name a missing
+    // relationship and have no place in the workbook either are dropped.
+    void resolveTargets(const QHash<QString, QString>& externalTargets);
+    // Sorts rows and hyperlinks by position and logs what was left out; `sheet` names
+    // the sheet in that line.
+    void finish(const QString& sheet);
+
+    bool isEmpty() const;
+    const std::vector<Row>& rows() const { return m_rows; }
+    const std::vector<Column>& columns() const { return m_columns; }
+    const std::vector<Range>& merges() const { return m_merges; }
+    const std::vector<Hyperlink>& hyperlinks() const { return m_links; }
+    const Pane& pane() const { return m_pane; }
+
+    // "B3" or "A1:C4" (either corner order); false when malformed or out of the sheet.
+    static bool parseRange(const char* ref, Range& range);
+
+    // The writer counts merged ranges in 16 bits and visits every cell of each one.
+    static constexpr int kMaxMerges = 65535;
+    static constexpr qint64 kMaxMergedCells = 50000000;
+    static constexpr int kMaxHyperlinks = 65530;
+    static constexpr int kMaxColumnSpans = 1024;
+    static constexpr double kMaxRowHeight = 409;
+
+private:
+    std::vector<Row> m_rows;
+    std::vector<Column> m_columns;
+    std::vector<Range> m_merges;
+    std::vector<Hyperlink> m_links;
+    Pane m_pane;
+    bool m_paneSeen = false;
+    qint64 m_mergedCells = 0;
+    int m_skipped = 0;
+};
