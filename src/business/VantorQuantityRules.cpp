@@ -20,6 +20,27 @@ qint64 VantorQuantityRules::roundQty(double x)
     return static_cast<qint64>(nudged); // truncates toward zero
 }
 
+namespace {
+
+// The remainder of a quantity by a step, as integer division truncating toward zero gives
+// it; a step of -1 leaves none (the smallest quantity divided by -1 would not fit).
+qint64 remainderOf(qint64 quantity, qint64 step)
+{
+    return step == -1 ? 0 : quantity % step;
+}
+
+// What remains of a quantity once a part is taken, held at the 64-bit limits instead of
+// wrapping when saturated holdings meet.
+qint64 minusSaturated(qint64 quantity, qint64 part)
+{
+    qint64 rest = 0;
+    if (!__builtin_sub_overflow(quantity, part, &rest))
+        return rest;
+    return part < 0 ? std::numeric_limits<qint64>::max() : std::numeric_limits<qint64>::min();
+}
+
+} // namespace
+
 // A board-lot step of zero cannot divide a quantity; it is taken as a step of one unit so
 // that a caller's mistake costs a log line instead of the process.
 qint64 VantorQuantityRules::usableStep(int step, const char* caller)
@@ -37,8 +58,8 @@ qint64 VantorQuantityRules::sellableBelowHolding(qint64 wanted, qint64 available
 {
     if (wanted < minimum)
         return 0;
-    const qint64 oddLot = available % step;
-    const qint64 wantedOver = wanted % step;
+    const qint64 oddLot = remainderOf(available, step);
+    const qint64 wantedOver = remainderOf(wanted, step);
     if (oddLot != 0 && wantedOver >= oddLot)
         return wanted - wantedOver + oddLot;
     return wanted - wantedOver;
@@ -58,7 +79,7 @@ qint64 VantorQuantityRules::GetFloorByStepAndMinLimit(double value, int step, in
     const qint64 v = roundQty(value);
     if (v < minimum)
         return 0;
-    return v - v % usableStep(step, "VantorBusiUtils::GetFloorByStepAndMinLimit");
+    return v - remainderOf(v, usableStep(step, "VantorBusiUtils::GetFloorByStepAndMinLimit"));
 }
 
 QList<qint64> VantorQuantityRules::GetSoldableQtyList(double total, const QList<double>& availableList, int step,
@@ -75,19 +96,19 @@ QList<qint64> VantorQuantityRules::GetSoldableQtyList(double total, const QList<
         if (strategy == SoldQtyAllocSequential) {
             const qint64 q = remaining >= a ? a : sellableBelowHolding(remaining, a, lot, minimum);
             result.append(q);
-            remaining -= q;
+            remaining = minusSaturated(remaining, q);
             continue;
         }
         // Whole steps only: each holding gives its whole steps while the total lasts; the
         // part of the total below one step is dropped, and the minimum does not apply.
-        const qint64 wholeSteps = a - a % lot;
+        const qint64 wholeSteps = a - remainderOf(a, lot);
         if (remaining >= wholeSteps) {
             result.append(wholeSteps);
-            remaining -= wholeSteps;
+            remaining = minusSaturated(remaining, wholeSteps);
         } else if (remaining < 1) {
             result.append(0);
         } else {
-            result.append(remaining - remaining % lot);
+            result.append(remaining - remainderOf(remaining, lot));
             remaining = 0;
         }
     }

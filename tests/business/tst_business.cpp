@@ -340,6 +340,20 @@ private slots:
         QCOMPARE(VantorQuantityRules::roundQty(1e300), std::numeric_limits<qint64>::max());
     }
 
+    void absurdQuantitiesDoNotTrap()
+    {
+        // Saturated holdings, a step of -1 and totals past the 64-bit range: answers stay
+        // in range and nothing overflows (the sanitizer builds run this too).
+        const qint64 max = std::numeric_limits<qint64>::max();
+        const qint64 min = std::numeric_limits<qint64>::min();
+        QCOMPARE(VantorBusiUtils::GetSoldableQtyList(1e30, {-1e30, 1e30}, 100, 0, SoldQtyAllocSequential), Qtys({min, max}));
+        QCOMPARE(VantorBusiUtils::GetSoldableQtyList(1e30, {-1e30, 1e30}, -1, 0, SoldQtyAllocRoundLot), Qtys({min, max}));
+        QCOMPARE(VantorBusiUtils::GetSoldableQtyList(-1e30, {1e30}, -1, 0, SoldQtyAllocRoundLot), Qtys({0}));
+        QCOMPARE(VantorBusiUtils::GetSoldableQty(5, -1e30, -1, 0), min);
+        QCOMPARE(VantorBusiUtils::GetFloorByStepAndMinLimit(-1e30, -1, std::numeric_limits<int>::min()), qint64(0));
+        QCOMPARE(VantorBusiUtils::GetFloorByStepAndMinLimit(1e30, -1, 0), max);
+    }
+
     void profit()
     {
         // 1000 held from 10.00 to 10.50, 200 bought for 2080, 300 sold for 3060.
