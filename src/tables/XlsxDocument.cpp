@@ -91,8 +91,7 @@ struct XlsxDocument::Private {
 
     std::vector<Sheet> sheets;
     XlsxStyles oldStyles;
-    std::vector<lxw_format*> oldFormats; // made on first use, by style index
-    std::vector<bool> oldFormatMade;
+    std::vector<lxw_format*> oldFormats; // made on first use, by style index; notMade() until then
     int current = -1;
     std::unique_ptr<SiblingTempFile> temp;
     lxw_workbook* wb = nullptr;
@@ -162,26 +161,30 @@ struct XlsxDocument::Private {
         return fmt;
     }
 
+    static lxw_format* notMade()
+    {
+        static char marker;
+        return reinterpret_cast<lxw_format*>(&marker);
+    }
+
     // The writer's format for a cell format of the workbook as it was read; null for
     // one that looks like no format at all.
     lxw_format* oldFormat(int style)
     {
         if (style < 0 || style >= oldStyles.count() || !wb)
             return nullptr;
-        if (oldFormats.empty()) {
-            oldFormats.assign(size_t(oldStyles.count()), nullptr);
-            oldFormatMade.assign(size_t(oldStyles.count()), false);
-        }
-        if (!oldFormatMade[size_t(style)]) {
-            oldFormatMade[size_t(style)] = true;
+        if (oldFormats.empty())
+            oldFormats.resize(size_t(oldStyles.count()), notMade());
+        lxw_format*& fmt = oldFormats[size_t(style)];
+        if (fmt == notMade()) {
             const XlsxCellStyle& look = oldStyles.style(style);
+            fmt = nullptr;
             if (!XlsxStyleWriter::isPlain(look)) {
-                lxw_format* fmt = workbook_add_format(wb);
+                fmt = workbook_add_format(wb);
                 XlsxStyleWriter::apply(look, fmt);
-                oldFormats[size_t(style)] = fmt;
             }
         }
-        return oldFormats[size_t(style)];
+        return fmt;
     }
 
     bool writeOld(Sheet& s, const OldCell& c)
