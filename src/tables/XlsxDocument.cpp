@@ -37,6 +37,12 @@ struct OldCell {
     int style = -1;
 };
 
+// Orders the cells of one row by column, and finds a column among them.
+struct ColumnOrder {
+    bool operator()(const OldCell& a, int col) const { return a.col < col; }
+    bool operator()(int col, const OldCell& a) const { return col < a.col; }
+};
+
 class LoadVisitor : public XlsxCellVisitor
 {
 public:
@@ -92,6 +98,7 @@ struct XlsxDocument::Private {
     std::vector<Sheet> sheets;
     XlsxStyles oldStyles;
     std::vector<lxw_format*> oldFormats; // made on first use, by style index; notMade() until then
+    lxw_format* plain = nullptr;
     int current = -1;
     std::unique_ptr<SiblingTempFile> temp;
     lxw_workbook* wb = nullptr;
@@ -159,6 +166,14 @@ struct XlsxDocument::Private {
             format_set_font_size(fmt, f.fontSize);
         formats.insert(key, fmt);
         return fmt;
+    }
+
+    // A format with nothing set: lets the writer keep a cell that is empty.
+    lxw_format* plainFormat()
+    {
+        if (!plain)
+            plain = workbook_add_format(wb);
+        return plain;
     }
 
     static lxw_format* notMade()
@@ -290,8 +305,19 @@ struct XlsxDocument::Private {
                 return;
             while (s.rowNext < rows.size() && rows[s.rowNext].row == next)
                 setRow(s, rows[s.rowNext++]);
-            while (s.linkNext < links.size() && links[s.linkNext].row == next)
-                writeLink(s, links[s.linkNext++]);
+            if (s.linkNext < links.size() && links[s.linkNext].row == next) {
+                const auto rowBegin = s.oldCells.begin() + std::ptrdiff_t(s.oldNext);
+                const auto rowEnd = std::upper_bound(rowBegin, s.oldCells.end(), next,
+                                                     [](int row, const OldCell& c) { return row < c.row; });
+                while (s.linkNext < links.size() && links[s.linkNext].row == next) {
+                    const XlsxSheetLayout::Hyperlink& link = links[s.linkNext++];
+                    writeLink(s, link);
+                    // A link on a cell that had nothing leaves it empty, not showing the address.
+                    const bool hasCell = std::binary_search(rowBegin, rowEnd, link.col, ColumnOrder());
+                    if (!hasCell)
+                        worksheet_write_blank(s.ws, lxw_row_t(next - 1), lxw_col_t(link.col - 1), plainFormat());
+                }
+            }
             while (s.oldNext < s.oldCells.size() && s.oldCells[s.oldNext].row == next)
                 writeOld(s, s.oldCells[s.oldNext++]);
             s.currentRow = qMax(s.currentRow, next);

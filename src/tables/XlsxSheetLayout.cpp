@@ -211,8 +211,6 @@ void XlsxSheetLayout::addHyperlink(const char** atts)
         return;
     }
     Hyperlink link;
-    link.row = r.firstRow; // a link over a range is kept on its first cell
-    link.col = r.firstCol;
     if (const char* id = XlsxXmlReader::attribute(atts, "id"))
         link.relId = QString::fromUtf8(id);
     if (const char* location = XlsxXmlReader::attribute(atts, "location"))
@@ -225,7 +223,19 @@ void XlsxSheetLayout::addHyperlink(const char** atts)
         ++m_skipped;
         return;
     }
-    m_links.push_back(std::move(link));
+    // The writer links single cells: a link over a range is given to each of its cells,
+    // as far as the bound on links allows.
+    for (int row = r.firstRow; row <= r.lastRow; ++row) {
+        for (int col = r.firstCol; col <= r.lastCol; ++col) {
+            if (int(m_links.size()) >= kMaxHyperlinks) {
+                ++m_skipped;
+                return;
+            }
+            link.row = row;
+            link.col = col;
+            m_links.push_back(link);
+        }
+    }
 }
 
 void XlsxSheetLayout::resolveTargets(const QHash<QString, QString>& externalTargets)

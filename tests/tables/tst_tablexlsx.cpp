@@ -226,8 +226,10 @@ private slots:
         QCOMPARE(int(kept.merges().size()), 1);
         QCOMPARE(kept.merges().front().firstRow, 4);
         QCOMPARE(kept.merges().front().lastCol, 2);
-        QCOMPARE(int(kept.hyperlinks().size()), 1);
-        QCOMPARE(kept.hyperlinks().front().location, QStringLiteral("S!A4"));
+        QCOMPARE(int(kept.hyperlinks().size()), 4); // a link over A3:B4 stays on each of its cells
+        QCOMPARE(kept.hyperlinks().back().location, QStringLiteral("S!A4"));
+        QCOMPARE(kept.hyperlinks().back().row, 4);
+        QCOMPARE(kept.hyperlinks().back().col, 2);
         QCOMPARE(kept.pane().rows + kept.pane().cols, 0);
         bool row4 = false;
         for (const XlsxSheetLayout::Row& r : kept.rows()) {

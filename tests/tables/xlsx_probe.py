@@ -195,7 +195,7 @@ def make_layout_junk(d):
     tail = (b'<mergeCells><mergeCell ref="A1:XFD1048576"/><mergeCell ref="ZZZZ1:A1"/><mergeCell ref="A0:B2"/>'
             b'<mergeCell ref="B2:A"/><mergeCell/><mergeCell ref="A4:B4"/></mergeCells>'
             b'<hyperlinks><hyperlink ref="A1" r:id="rId404"/><hyperlink ref="!!"/><hyperlink ref="A2"/>'
-            b'<hyperlink ref="A3" location="S!A4"/></hyperlinks>')
+            b'<hyperlink ref="A3:B4" location="S!A4"/></hyperlinks>')
     body = (b'<?xml version="1.0"?><worksheet xmlns="http://schemas.openxmlformats.org/spreadsheetml/2006/main" '
             b'xmlns:r="http://schemas.openxmlformats.org/officeDocument/2006/relationships">'
             b'<sheetViews><sheetView workbookViewId="0"><pane xSplit="-1" ySplit="99999999" state="frozen"/>'
