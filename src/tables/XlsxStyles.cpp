@@ -170,18 +170,18 @@ public:
     {
         if (std::strcmp(name, "numFmts") == 0 || std::strcmp(name, "fonts") == 0 || std::strcmp(name, "fills") == 0
             || std::strcmp(name, "borders") == 0 || std::strcmp(name, "cellXfs") == 0
-            || std::strcmp(name, "indexedColors") == 0)
+            || std::strcmp(name, "indexedColors") == 0) {
+            // Whatever item was open belongs to the list that ends here (or to one that a
+            // misplaced list name cut short): none of the next list's entries is open yet.
             m_section = None;
-        else if (std::strcmp(name, "font") == 0)
             m_inItem = false;
-        else if (std::strcmp(name, "fill") == 0)
-            m_inItem = false;
-        else if (std::strcmp(name, "border") == 0)
-            m_inItem = false;
-        else if (std::strcmp(name, "xf") == 0)
-            m_inItem = false;
-        else if (m_section == Borders && std::strcmp(name, "color") != 0)
             m_edge = -1;
+        } else if (std::strcmp(name, "font") == 0 || std::strcmp(name, "fill") == 0 || std::strcmp(name, "border") == 0
+                   || std::strcmp(name, "xf") == 0) {
+            m_inItem = false;
+        } else if (m_section == Borders && std::strcmp(name, "color") != 0) {
+            m_edge = -1;
+        }
     }
 
     void characters(const char*, int) override {}

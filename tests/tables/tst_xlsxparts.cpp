@@ -1,0 +1,123 @@
+// Workbooks whose XML is well-formed but laid out the way no spreadsheet program writes
+// it: the readers and the appending writer get through them and keep what makes sense.
+#include "VantorUtils.h"
+#include "tables/XlsxWorkbookReader.h"
+
+#include <QMap>
+#include <QTemporaryDir>
+#include <QtTest>
+
+#include <zip.h>
+
+using Table = QList<QStringList>;
+using Parts = QMap<QString, QByteArray>;
+
+namespace {
+
+const char kPackageRels[] =
+    "<Relationships xmlns=\"http://schemas.openxmlformats.org/package/2006/relationships\">"
+    "<Relationship Id=\"rId1\" Type=\"http://schemas.openxmlformats.org/officeDocument/2006/relationships/officeDocument\""
+    " Target=\"xl/workbook.xml\"/></Relationships>";
+const char kWorkbookRels[] =
+    "<Relationships xmlns=\"http://schemas.openxmlformats.org/package/2006/relationships\">"
+    "<Relationship Id=\"rId1\" Type=\"http://schemas.openxmlformats.org/officeDocument/2006/relationships/worksheet\""
+    " Target=\"worksheets/sheet1.xml\"/>"
+    "<Relationship Id=\"rId2\" Type=\"http://schemas.openxmlformats.org/officeDocument/2006/relationships/sharedStrings\""
+    " Target=\"sharedStrings.xml\"/>"
+    "<Relationship Id=\"rId3\" Type=\"http://schemas.openxmlformats.org/officeDocument/2006/relationships/styles\""
+    " Target=\"styles.xml\"/></Relationships>";
+const char kOneCell[] = "<worksheet><sheetData><row r=\"1\"><c r=\"A1\" s=\"0\"><v>7</v></c></row></sheetData></worksheet>";
+const char kWorkbook[] =
+    "<workbook xmlns:r=\"http://schemas.openxmlformats.org/officeDocument/2006/relationships\">"
+    "<sheets><sheet name=\"Sheet1\" sheetId=\"1\" r:id=\"rId1\"/></sheets></workbook>";
+
+// Writes a package (entries stored) holding the given parts over a minimal valid workbook.
+bool writePackage(const QString& path, const Parts& given)
+{
+    Parts parts{{"[Content_Types].xml", "<Types xmlns=\"http://schemas.openxmlformats.org/package/2006/content-types\"/>"},
+                {"_rels/.rels", kPackageRels},
+                {"xl/_rels/workbook.xml.rels", kWorkbookRels},
+                {"xl/workbook.xml", kWorkbook},
+                {"xl/worksheets/sheet1.xml", "<worksheet><sheetData/></worksheet>"}};
+    for (auto it = given.begin(); it != given.end(); ++it)
+        parts.insert(it.key(), it.value());
+    int error = 0;
+    zip_t* za = zip_open(QFile::encodeName(path).constData(), ZIP_CREATE | ZIP_TRUNCATE, &error);
+    if (!za)
+        return false;
+    for (auto it = parts.begin(); it != parts.end(); ++it) {
+        zip_source_t* src = zip_source_buffer(za, it.value().constData(), zip_uint64_t(it.value().size()), 0);
+        const zip_int64_t index = src ? zip_file_add(za, it.key().toUtf8().constData(), src, ZIP_FL_OVERWRITE) : -1;
+        if (index < 0) {
+            zip_source_free(src);
+            zip_discard(za);
+            return false;
+        }
+        zip_set_file_compression(za, zip_uint64_t(index), ZIP_CM_STORE, 0);
+    }
+    return zip_close(za) == 0; // the buffers are read here, while `parts` still holds them
+}
+
+} // namespace
+
+class TestXlsxParts : public QObject
+{
+    Q_OBJECT
+
+private:
+    QTemporaryDir m_dir;
+
+private slots:
+    void initTestCase()
+    {
+        QLoggingCategory::setFilterRules(QStringLiteral("vantor.*=false"));
+    }
+
+    void strayListNamesInStyles_data()
+    {
+        // Each stylesheet closes a list early with an element named after another list,
+        // while one of its items is still open, then puts entries in a list that has none
+        // yet. Those entries belong to no item; the one proper cell format stays as it is.
+        QTest::addColumn<QByteArray>("styles");
+        QTest::newRow("font open, alignment in cell formats")
+            << QByteArray("<fonts><font><fills/><cellXfs><alignment horizontal=\"center\"/><protection locked=\"0\"/>"
+                          "<xf numFmtId=\"2\"/></cellXfs></font></fonts>");
+        QTest::newRow("font open, edge in borders")
+            << QByteArray("<fonts><font><fills/><borders><left style=\"thin\"/></borders></font></fonts>"
+                          "<cellXfs><xf numFmtId=\"2\"/></cellXfs>");
+        QTest::newRow("fill open, bold in fonts")
+            << QByteArray("<fills><fill><fonts/><fonts><b/></fonts></fill></fills><cellXfs><xf numFmtId=\"2\"/></cellXfs>");
+        QTest::newRow("border edge open, colour in fills")
+            << QByteArray("<borders><border><left><fonts/><fills><fgColor rgb=\"FF00FF00\"/></fills></left></border>"
+                          "</borders><cellXfs><xf numFmtId=\"2\"/></cellXfs>");
+    }
+
+    void strayListNamesInStyles()
+    {
+        QFETCH(QByteArray, styles);
+        const QString path = m_dir.filePath(QStringLiteral("stray.xlsx"));
+        QVERIFY(writePackage(path, {{"xl/styles.xml", "<styleSheet>" + styles + "</styleSheet>"},
+                                    {"xl/worksheets/sheet1.xml", kOneCell}}));
+
+        XlsxWorkbookReader reader;
+        QString err;
+        QVERIFY2(reader.open(path, err), qPrintable(err));
+        QCOMPARE(reader.styles().count(), 1);
+        const XlsxCellStyle& s = reader.styles().style(0);
+        QCOMPARE(s.numFmtId, 2);
+        QVERIFY(!s.bold);
+        QCOMPARE(int(s.look.horizontal), 0);
+        QVERIFY(!s.look.unlocked);
+        QCOMPARE(int(s.look.border[XlsxCellLook::Left]), 0);
+        QCOMPARE(s.look.fgColor, -1);
+
+        // The workbook still reads, and takes an append below its row.
+        QCOMPARE(VantorUtils::ReadTableData(path, ReadAllRows, err), (Table{{"7"}}));
+        QCOMPARE(VantorUtils::ReadMultiSheetTables(path, ReadAllRows).value(0).second, (Table{{"7"}}));
+        QVERIFY(VantorUtils::WriteTableData({{"h"}, {"new"}}, path, {}, false, ExportFileCodeUtf8, true, err));
+        QCOMPARE(VantorUtils::ReadTableData(path, ReadAllRows, err), (Table{{"7"}, {"new"}}));
+    }
+};
+
+QTEST_GUILESS_MAIN(TestXlsxParts)
+#include "tst_xlsxparts.moc"
