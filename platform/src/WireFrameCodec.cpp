@@ -298,7 +298,7 @@ public:
     bool readHead(int& major, quint64& value, bool& indefinite)
     {
         if (m_p >= m_end)
-            return setError(QStringLiteral("数据不完整或格式错误"));
+            return malformed();
         const uchar b = *m_p++;
         major = b >> 5;
         const int info = b & 0x1f;
@@ -316,15 +316,15 @@ public:
         case 27: n = 8; break;
         case 31:
             if (major == 0 || major == 1 || major == 6)
-                return setError(QStringLiteral("数据不完整或格式错误"));
+                return malformed();
             indefinite = true;
             value = 0;
             return true;
         default:
-            return setError(QStringLiteral("数据不完整或格式错误"));
+            return malformed();
         }
         if (m_end - m_p < n)
-            return setError(QStringLiteral("数据不完整或格式错误"));
+            return malformed();
         value = 0;
         for (int i = 0; i < n; ++i)
             value = (value << 8) | *m_p++;
@@ -337,26 +337,25 @@ public:
     {
         if (!indefinite) {
             if (length > quint64(m_end - m_p))
-                return setError(QStringLiteral("数据不完整或格式错误"));
+                return malformed();
             *data = reinterpret_cast<const char*>(m_p);
             *size = qsizetype(length);
             m_p += length;
             return true;
         }
         for (;;) {
-            if (m_p >= m_end)
-                return setError(QStringLiteral("数据不完整或格式错误"));
-            if (*m_p == 0xff) {
-                ++m_p;
+            bool ended = false;
+            if (!takeBreak(ended))
+                return false;
+            if (ended)
                 break;
-            }
             int chunkMajor;
             quint64 chunkLength;
             bool chunkIndefinite;
             if (!readHead(chunkMajor, chunkLength, chunkIndefinite))
                 return false;
             if (chunkMajor != major || chunkIndefinite || chunkLength > quint64(m_end - m_p))
-                return setError(QStringLiteral("数据不完整或格式错误"));
+                return malformed();
             joined.append(reinterpret_cast<const char*>(m_p), int(chunkLength));
             m_p += chunkLength;
         }
@@ -449,10 +448,25 @@ private:
         return false;
     }
 
+    // The data ends inside an item, or an item is malformed.
+    bool malformed() { return setError(QStringLiteral("数据不完整或格式错误")); }
+
+    // Before each element of an indefinite-length item: takes the break that ends the
+    // item and tells so in `ended`; false when the data ends first.
+    bool takeBreak(bool& ended)
+    {
+        if (m_p >= m_end)
+            return malformed();
+        ended = *m_p == 0xff;
+        if (ended)
+            ++m_p;
+        return true;
+    }
+
     bool readSimple(QVariant& out, quint64 value, bool indefinite)
     {
         if (indefinite) // a break outside any container
-            return setError(QStringLiteral("数据不完整或格式错误"));
+            return malformed();
         switch (m_info) {
         case 20:
         case 21:
@@ -460,7 +474,7 @@ private:
             return true;
         case 24: // a simple value in one byte, which must not be one of the short ones
             if (value < 32)
-                return setError(QStringLiteral("数据不完整或格式错误"));
+                return malformed();
             out = QVariant();
             return true;
         case 25:
@@ -491,7 +505,7 @@ private:
         if (!indefinite) {
             // Every item takes at least one byte: a count beyond what is left is a lie.
             if (count > quint64(m_end - m_p))
-                return setError(QStringLiteral("数据不完整或格式错误"));
+                return malformed();
             list.reserve(int(qMin<quint64>(count, 1 << 16)));
             for (quint64 i = 0; i < count; ++i) {
                 QVariant item;
@@ -501,12 +515,11 @@ private:
             }
         } else {
             for (;;) {
-                if (m_p >= m_end)
-                    return setError(QStringLiteral("数据不完整或格式错误"));
-                if (*m_p == 0xff) {
-                    ++m_p;
+                bool ended = false;
+                if (!takeBreak(ended))
+                    return false;
+                if (ended)
                     break;
-                }
                 QVariant item;
                 if (!readValue(item, depth + 1))
                     return false;
@@ -520,17 +533,14 @@ private:
     bool readMap(QVariant& out, quint64 count, bool indefinite, int depth)
     {
         if (!indefinite && count > quint64(m_end - m_p) / 2)
-            return setError(QStringLiteral("数据不完整或格式错误"));
+            return malformed();
         QVariantMap map;
         for (quint64 i = 0; indefinite || i < count; ++i) {
-            if (indefinite) {
-                if (m_p >= m_end)
-                    return setError(QStringLiteral("数据不完整或格式错误"));
-                if (*m_p == 0xff) {
-                    ++m_p;
-                    break;
-                }
-            }
+            bool ended = false;
+            if (indefinite && !takeBreak(ended))
+                return false;
+            if (ended)
+                break;
             QString key;
             if (!readTextItem(key))
                 return false;
