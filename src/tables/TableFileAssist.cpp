@@ -111,7 +111,6 @@ public:
         }
         const XlsxCellStyle& style = m_styles.style(c.style);
         QString text;
-        bool dated = false;
         if (c.type == XlsxCell::Number && style.isDateTime) {
             const QVariant value = XlsxWorkbookReader::dateTimeFromNumber(XlsxWorkbookReader::toDouble(c.rawNumber()), m_1904);
             if (value.isValid()) {
@@ -123,7 +122,6 @@ public:
             }
             qCDebug(lcTables).noquote() << "TableFileAssist::readSheet" << "date cell valid:" << value.isValid()
                                         << "null:" << value.isNull() << "text:" << text << "raw:" << c.rawNumber();
-            dated = true;
         } else if (c.hasFormula) {
             qCWarning(lcTables).noquote() << "TableFileAssist::readSheet"
                                           << QStringLiteral("Korvo目前不支持Excel公式的导入，公式：%1").arg(c.formula);
@@ -150,7 +148,6 @@ public:
                                             << "raw:" << c.rawNumber() << "text:" << text;
             }
         }
-        Q_UNUSED(dated);
         const int index = c.col - 1;
         if (index < m_current.size()) {
             m_current[index] = text;
