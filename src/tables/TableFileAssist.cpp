@@ -6,6 +6,7 @@
 #include "VantorLogging.h"
 #include "XlsxDocument.h"
 #include "XlsxErrors.h"
+#include "XlsxTableCollector.h"
 #include "XlsxWorkbookReader.h"
 
 #include <LmMessageBox.h>
@@ -23,28 +24,6 @@ const QStringList& codecCandidates()
 {
     static const QStringList candidates = QStringLiteral("UTF-8;GB18030").split(QLatin1Char(';'));
     return candidates;
-}
-
-// A sheet larger than this many cells (rows times columns) is refused rather than
-// padded out in memory.
-constexpr qint64 kMaxSheetCells = qint64(1) << 26;
-
-QString cleanCellText(QString text)
-{
-    const int n = text.size();
-    if (n == 0)
-        return text;
-    const QChar* p = text.constData();
-    // Most cells have neither tabs nor white space at their ends: nothing to copy.
-    if (!p[0].isSpace() && !p[n - 1].isSpace()) {
-        bool tab = false;
-        for (int i = 0; i < n && !tab; ++i)
-            tab = p[i].unicode() == '\t';
-        if (!tab)
-            return text;
-    }
-    text.remove(QLatin1Char('\t'));
-    return text.trimmed();
 }
 
 // The number a numeric cell's text stands for once thousands separators and spaces (and,
@@ -76,146 +55,6 @@ double numberFromText(const QString& text, bool percent)
     digits.remove(QLatin1Char(',')).remove(QLatin1Char(' '));
     return digits.toDouble();
 }
-
-// Builds the rows of one sheet as its cells stream past: every row from the first to the
-// last, every column from the first to the last, missing cells as empty texts.
-class TableCollector : public XlsxCellVisitor
-{
-public:
-    TableCollector(const XlsxWorkbookReader& book, ReadTableCfg cfg, QList<QStringList>& rows)
-        : m_styles(book.styles())
-        , m_1904(book.is1904())
-        , m_cfg(cfg)
-        , m_rows(rows)
-    {
-    }
-
-    int lastRow = 0;
-    int lastCol = 0;
-    QString formulaError;
-
-    void cell(const XlsxCell& c) override
-    {
-        lastRow = qMax(lastRow, c.row);
-        lastCol = qMax(lastCol, c.col);
-        if (c.row != m_row) {
-            if (c.row < m_row) {
-                qCDebug(lcTables).noquote() << "TableFileAssist::readSheet" << "row" << c.row
-                                            << "stored after row" << m_row << "is not read";
-                return;
-            }
-            finishRow();
-            m_row = c.row;
-            m_empty = true;
-            m_current.reserve(m_width);
-        }
-        const XlsxCellStyle& style = m_styles.style(c.style);
-        QString text;
-        if (c.type == XlsxCell::Number && style.isDateTime) {
-            const QVariant value = XlsxWorkbookReader::dateTimeFromNumber(XlsxWorkbookReader::toDouble(c.rawNumber()), m_1904);
-            if (value.isValid()) {
-                text = cleanCellText(value.toString());
-                if (m_empty && !c.rawNumber().trimmed().isEmpty())
-                    m_empty = false;
-            } else {
-                text = cleanCellText(XlsxWorkbookReader::numberText(c.raw, c.rawLen));
-            }
-            qCDebug(lcTables).noquote() << "TableFileAssist::readSheet" << "date cell valid:" << value.isValid()
-                                        << "null:" << value.isNull() << "text:" << text << "raw:" << c.rawNumber();
-        } else if (c.hasFormula) {
-            qCWarning(lcTables).noquote() << "TableFileAssist::readSheet"
-                                          << QStringLiteral("Korvo目前不支持Excel公式的导入，公式：%1").arg(c.formula);
-            formulaError = QStringLiteral("Excel文件中存在公式，Korvo目前不支持Excel公式的导入，请检查！");
-        } else {
-            switch (c.type) {
-            case XlsxCell::Number: // digits only: nothing to clean
-                text = XlsxWorkbookReader::numberText(c.raw, c.rawLen);
-                break;
-            case XlsxCell::Boolean:
-                text = (c.rawNumber() == "1" || c.rawNumber() == "true") ? QStringLiteral("true") : QStringLiteral("false");
-                break;
-            case XlsxCell::String:
-            case XlsxCell::Error:
-                text = cleanCellText(c.text);
-                break;
-            case XlsxCell::Empty:
-                break;
-            }
-            if (!text.isEmpty())
-                m_empty = false;
-            if (lcTables().isDebugEnabled() && style.numFmt.contains(QLatin1Char('%'))) {
-                qCDebug(lcTables).noquote() << "TableFileAssist::readSheet" << "number format:" << style.numFmt
-                                            << "raw:" << c.rawNumber() << "text:" << text;
-            }
-        }
-        const int index = c.col - 1;
-        if (index < m_current.size()) {
-            m_current[index] = text;
-            return;
-        }
-        while (m_current.size() < index)
-            m_current.append(QString());
-        m_current.append(text);
-    }
-
-    // Ends the sheet; false when padding it out would take unbounded memory.
-    bool finish()
-    {
-        finishRow();
-        if (qint64(lastRow) * qint64(lastCol) > kMaxSheetCells)
-            return false;
-        QStringList emptyRow;
-        emptyRow.reserve(lastCol);
-        for (int i = 0; i < lastCol; ++i)
-            emptyRow.append(QString());
-        for (QStringList& row : m_rows) {
-            if (row.isEmpty()) {
-                row = emptyRow;
-                continue;
-            }
-            if (row.size() < lastCol) {
-                row.reserve(lastCol);
-                while (row.size() < lastCol)
-                    row.append(QString());
-            }
-        }
-        return true;
-    }
-
-private:
-    void finishRow()
-    {
-        if (m_row == 0)
-            return;
-        // Rows without any cell are empty rows.
-        if (m_cfg != SkipEmptyRows) {
-            for (int r = m_emitted + 1; r < m_row; ++r)
-                m_rows.append(QStringList());
-        }
-        if (m_empty && m_cfg == SkipEmptyRows) {
-            qCDebug(lcTables).noquote() << "TableFileAssist::readSheet" << "empty row" << m_row << "skipped";
-        } else {
-            if (lcTables().isDebugEnabled()) {
-                qCDebug(lcTables).noquote() << "TableFileAssist::readSheet" << "row empty:" << m_empty
-                                            << m_current.join(QLatin1Char(','));
-            }
-            m_rows.append(m_current);
-        }
-        m_width = qMax(m_width, m_current.size());
-        m_current = QStringList();
-        m_emitted = m_row;
-    }
-
-    const XlsxStyles& m_styles;
-    bool m_1904;
-    ReadTableCfg m_cfg;
-    QList<QStringList>& m_rows;
-    QStringList m_current;
-    int m_row = 0;
-    int m_emitted = 0;
-    int m_width = 0;
-    bool m_empty = true;
-};
 
 // The line every successful CSV read leaves in the log.
 void logCsvRead(const QString& fileName, const CsvTableReader::Result& result, ReadTableCfg cfg)
@@ -334,7 +173,7 @@ QList<QStringList> TableFileAssist::readSheet(XlsxWorkbookReader& book, int shee
                                               ReadTableCfg cfg, QString& err)
 {
     QList<QStringList> rows;
-    TableCollector collector(book, cfg, rows);
+    XlsxTableCollector collector(book, cfg, rows);
     QString readErr;
     if (!book.readSheet(sheet, collector, readErr)) {
         err = readErr;

@@ -8,7 +8,9 @@ struct XlsxRawCell {
         Number = 'n',
         Boolean = 'b',
         Error = 'e',
-        Text = 't',    // UTF-8 text held in the cell: inline, a formula's string, an ISO date
+        Text = 't',    // UTF-8 text held in the cell: a formula's string result
+        Inline = 'i',  // an inline string, still holding its _xHHHH_ escapes
+        IsoDate = 'd', // a date, a time or both written as ISO 8601 text
         Shared = 's',  // an entry of the shared strings (sharedIndex; -1 when out of range)
     };
     int row = 0; // 1-based

@@ -3,6 +3,7 @@
 #include "VantorLogging.h"
 #include "XlsxCellPipe.h"
 #include "XlsxErrors.h"
+#include "XlsxFormulaShift.h"
 #include "XlsxSheetLayout.h"
 #include "XlsxXmlReader.h"
 
@@ -10,13 +11,16 @@
 #include <QDir>
 #include <QHash>
 #include <QThread>
+#include <QUrl>
 
+#include <charconv>
 #include <cmath>
 #include <cstdlib>
 #include <cstring>
 #include <string>
 #include <system_error>
 #include <thread>
+#include <unordered_map>
 
 namespace {
 
@@ -70,6 +74,7 @@ public:
 
     void startElement(const char* name, const char** atts) override
     {
+        ++m_depth;
         if (std::strcmp(name, "sheet") == 0) {
             if (sheets.size() >= 100000) {
                 error = XlsxErrors::tooManyCells();
@@ -79,15 +84,21 @@ public:
             const char* id = XlsxXmlReader::attribute(atts, "id");
             sheets.append({n ? QString::fromUtf8(n) : QString(), id ? QString::fromUtf8(id) : QString()});
         } else if (std::strcmp(name, "workbookPr") == 0) {
-            const char* v = XlsxXmlReader::attribute(atts, "date1904");
-            date1904 = v && (std::strcmp(v, "1") == 0 || std::strcmp(v, "true") == 0);
+            // Only the workbook's own properties count: later versions of Excel add
+            // properties of the same name inside extensions, without the date system.
+            const char* v = m_depth == 2 ? XlsxXmlReader::attribute(atts, "date1904") : nullptr;
+            if (v)
+                date1904 = std::strcmp(v, "1") == 0 || std::strcmp(v, "true") == 0;
         } else if (std::strcmp(name, "workbookView") == 0) {
             if (const char* v = XlsxXmlReader::attribute(atts, "activeTab"))
                 activeTab = std::atoi(v);
         }
     }
-    void endElement(const char*) override {}
+    void endElement(const char*) override { --m_depth; }
     void characters(const char*, int) override {}
+
+private:
+    int m_depth = 0;
 };
 
 class SharedStringsHandler : public XlsxXmlHandler
@@ -113,7 +124,10 @@ public:
     void endElement(const char* name) override
     {
         if (std::strcmp(name, "si") == 0) {
-            m_out.append(QString::fromUtf8(m_text.data(), int(m_text.size())));
+            QString text = QString::fromUtf8(m_text.data(), int(m_text.size()));
+            if (std::memchr(m_text.data(), '_', m_text.size()))
+                text = XlsxWorkbookReader::decodeEscapes(text);
+            m_out.append(text);
             m_inItem = false;
         } else if (std::strcmp(name, "t") == 0) {
             m_inText = false;
@@ -199,10 +213,22 @@ public:
         m_cell.text = QString();
         m_cell.raw = "";
         m_cell.rawLen = 0;
+        m_cell.isoDate = false;
         switch (r.kind) {
         case XlsxRawCell::Text:
             m_cell.type = XlsxCell::String;
             m_cell.text = QString::fromUtf8(r.value, r.valueLen);
+            break;
+        case XlsxRawCell::Inline:
+            m_cell.type = XlsxCell::String;
+            m_cell.text = QString::fromUtf8(r.value, r.valueLen);
+            if (std::memchr(r.value, '_', size_t(r.valueLen)))
+                m_cell.text = XlsxWorkbookReader::decodeEscapes(m_cell.text);
+            break;
+        case XlsxRawCell::IsoDate:
+            m_cell.type = XlsxCell::String;
+            m_cell.text = QString::fromUtf8(r.value, r.valueLen);
+            m_cell.isoDate = true;
             break;
         case XlsxRawCell::Shared:
             m_cell.type = XlsxCell::String;
@@ -273,6 +299,9 @@ public:
                 m_cell.hasFormula = true;
                 m_capture = &m_formula;
                 m_formula.clear();
+                const char* t = XlsxXmlReader::attribute(atts, "t");
+                const char* si = t && std::strcmp(t, "shared") == 0 ? XlsxXmlReader::attribute(atts, "si") : nullptr;
+                m_sharedFormula = si && *si >= '0' && *si <= '9' ? toInt(si) : -1;
             }
             return;
         case 't':
@@ -384,6 +413,7 @@ private:
     {
         m_inCell = true;
         m_cell.hasFormula = false;
+        m_sharedFormula = -1;
         m_cell.style = -1;
         m_value.clear();
         m_formula.clear();
@@ -440,10 +470,12 @@ private:
         m_cell.sharedIndex = -1;
         m_cell.value = "";
         m_cell.valueLen = 0;
+        if (m_sharedFormula >= 0)
+            shareFormula();
         m_cell.formula = m_formula.c_str();
         m_cell.formulaLen = int(m_formula.size());
         if (m_typeInline || (m_hasInline && m_value.empty())) {
-            m_cell.kind = XlsxRawCell::Text;
+            m_cell.kind = XlsxRawCell::Inline;
             m_cell.value = m_inlineText.c_str();
             m_cell.valueLen = int(m_inlineText.size());
         } else if (!m_value.empty()) {
@@ -464,8 +496,10 @@ private:
                 m_cell.kind = XlsxRawCell::Error;
                 break;
             case 'S': // string result of a formula
-            case 'd': // ISO 8601 date written as text
                 m_cell.kind = XlsxRawCell::Text;
+                break;
+            case 'd':
+                m_cell.kind = XlsxRawCell::IsoDate;
                 break;
             default:
                 m_cell.kind = XlsxRawCell::Number;
@@ -474,6 +508,38 @@ private:
         }
         m_sink.cell(m_cell);
     }
+
+    // A formula filled over a range is written out at its first cell only; the others
+    // name it by number and get its text moved by their distance from that cell. (Kept
+    // out of line: the cell ends that need it are few.)
+    Q_NEVER_INLINE void shareFormula()
+    {
+        if (!m_formula.empty()) {
+            if (m_sharedFormulas.size() < kMaxSharedFormulas && m_sharedFormulaBytes + m_formula.size() <= kMaxSharedFormulaBytes) {
+                SharedFormula& f = m_sharedFormulas[m_sharedFormula];
+                m_sharedFormulaBytes += m_formula.size();
+                f.text = m_formula;
+                f.row = m_cell.row;
+                f.col = m_cell.col;
+            }
+            return;
+        }
+        const auto it = m_sharedFormulas.find(m_sharedFormula);
+        if (it == m_sharedFormulas.end())
+            return;
+        const QByteArray moved = XlsxFormulaShift::shifted(it->second.text.data(), int(it->second.text.size()),
+                                                           m_cell.row - it->second.row, m_cell.col - it->second.col);
+        if (size_t(moved.size()) <= kMaxCellBytes)
+            m_formula.assign(moved.constData(), size_t(moved.size()));
+    }
+
+    struct SharedFormula {
+        std::string text;
+        int row = 0;
+        int col = 0;
+    };
+    static constexpr size_t kMaxSharedFormulas = 1u << 20;
+    static constexpr size_t kMaxSharedFormulaBytes = 64u << 20;
 
     XlsxRawCellSink& m_sink;
     const int m_sharedCount;
@@ -484,6 +550,9 @@ private:
     std::string m_formula;
     std::string m_inlineText;
     std::string* m_capture = nullptr;
+    std::unordered_map<int, SharedFormula> m_sharedFormulas;
+    size_t m_sharedFormulaBytes = 0;
+    int m_sharedFormula = -1;
     int m_row = 0;
     int m_col = 0;
     int m_phonetic = 0;
@@ -494,14 +563,29 @@ private:
     bool m_hasInline = false;
 };
 
-// Resolves a relationship target against the folder of the part that names it.
+// Resolves a relationship target against the folder of the part that names it. Targets
+// are URIs, so "%20" stands for a space; some writers separate folders with "\\".
 QString resolveTarget(const QString& baseDir, const QString& target)
 {
-    if (target.startsWith(QLatin1Char('/')))
-        return QDir::cleanPath(target.mid(1));
+    QString path = target.contains(QLatin1Char('%')) ? QUrl::fromPercentEncoding(target.toUtf8()) : target;
+    path.replace(QLatin1Char('\\'), QLatin1Char('/'));
+    if (path.startsWith(QLatin1Char('/')))
+        return QDir::cleanPath(path.mid(1));
     if (baseDir.isEmpty())
-        return QDir::cleanPath(target);
-    return QDir::cleanPath(baseDir + QLatin1Char('/') + target);
+        return QDir::cleanPath(path);
+    return QDir::cleanPath(baseDir + QLatin1Char('/') + path);
+}
+
+// The part a target names; a package whose part names themselves hold "%" is read too.
+QString resolvePart(const XlsxZipArchive& zip, const QString& baseDir, const QString& target)
+{
+    const QString part = resolveTarget(baseDir, target);
+    if (!target.contains(QLatin1Char('%')) || zip.contains(part))
+        return part;
+    QString raw = target;
+    raw.replace(QLatin1Char('%'), QLatin1String("%25"));
+    const QString literal = resolveTarget(baseDir, raw);
+    return zip.contains(literal) ? literal : part;
 }
 
 bool typeIs(const QString& type, const char* kind)
@@ -523,7 +607,7 @@ bool XlsxWorkbookReader::open(const QString& fileName, QString& err)
             return false;
         for (const Relationship& rel : qAsConst(rels.all)) {
             if (typeIs(rel.type, "officeDocument")) {
-                workbookPart = resolveTarget(QString(), rel.target);
+                workbookPart = resolvePart(m_zip, QString(), rel.target);
                 break;
             }
         }
@@ -552,9 +636,9 @@ bool XlsxWorkbookReader::open(const QString& fileName, QString& err)
     QString stylesPart;
     for (const Relationship& rel : qAsConst(rels.all)) {
         if (typeIs(rel.type, "sharedStrings") && m_sharedStringsPart.isEmpty())
-            m_sharedStringsPart = resolveTarget(baseDir, rel.target);
+            m_sharedStringsPart = resolvePart(m_zip, baseDir, rel.target);
         else if (typeIs(rel.type, "styles") && stylesPart.isEmpty())
-            stylesPart = resolveTarget(baseDir, rel.target);
+            stylesPart = resolvePart(m_zip, baseDir, rel.target);
     }
 
     m_sheets.clear();
@@ -564,7 +648,7 @@ bool XlsxWorkbookReader::open(const QString& fileName, QString& err)
         auto rel = rels.byId.constFind(entry.relId);
         if (rel != rels.byId.constEnd()) {
             info.chart = typeIs(rel->type, "chartsheet") || typeIs(rel->type, "dialogsheet");
-            info.part = resolveTarget(baseDir, rel->target);
+            info.part = resolvePart(m_zip, baseDir, rel->target);
         }
         m_sheets.append(info);
     }
@@ -658,12 +742,23 @@ bool XlsxWorkbookReader::readSheetCells(int index, XlsxCellVisitor& visitor, QSt
     return ok;
 }
 
-double XlsxWorkbookReader::toDouble(const char* raw, bool* ok)
+double XlsxWorkbookReader::toDouble(const char* raw, int len, bool* ok)
 {
-    char* end = nullptr;
-    const double d = std::strtod(raw, &end);
+    const char* p = raw;
+    const char* const end = raw + qMax(len, 0);
+    while (p < end && (*p == ' ' || *p == '\t' || *p == '\n' || *p == '\r'))
+        ++p;
+    if (p < end && *p == '+' && p + 1 < end && *(p + 1) != '-')
+        ++p;
+    double d = 0;
+    const std::from_chars_result r = std::from_chars(p, end, d);
+    if (r.ec == std::errc::result_out_of_range) {
+        // from_chars leaves the value alone; the nearest double is what a stored number
+        // this long or this small stands for.
+        d = QByteArray(p, int(end - p)).toDouble();
+    }
     if (ok)
-        *ok = end && end != raw && *end == '\0';
+        *ok = r.ec != std::errc::invalid_argument && r.ptr == end && p < end;
     return d;
 }
 
@@ -711,25 +806,22 @@ QString XlsxWorkbookReader::numberText(const char* raw, int len)
         if (fast)
             return QString::fromLatin1(p, n);
     }
-    return QVariant(toDouble(QByteArray(raw, len))).toString();
+    return QVariant(toDouble(raw, len)).toString();
 }
 
 QVariant XlsxWorkbookReader::dateTimeFromNumber(double number, bool is1904)
 {
-    // Beyond year 9999 or before year 1 there is no date to show.
-    if (!std::isfinite(number) || number < -693593.0 || number > 2958466.0)
+    // Only numbers from 0 are dates; beyond year 9999 there is no date to show.
+    if (!std::isfinite(number) || number < 0.0 || number > 2958466.0)
         return QVariant();
     double num = number;
     if (!is1904 && num > 60)
         num -= 1; // the 1900 system counts a 29 February 1900 that never was
     const qint64 dayMs = 86400000;
+    // To the nearest millisecond: a stored fraction of a day is rarely exact.
     const qint64 msecs = qint64(num * double(dayMs) + 0.5);
-    qint64 days = msecs / dayMs;
-    qint64 rest = msecs % dayMs;
-    if (rest < 0) {
-        rest += dayMs;
-        --days;
-    }
+    const qint64 days = msecs / dayMs;
+    const qint64 rest = msecs % dayMs;
     const QDate epoch = is1904 ? QDate(1904, 1, 1) : QDate(1899, 12, 31);
     const QDate date = epoch.addDays(days);
     const QTime time = QTime::fromMSecsSinceStartOfDay(int(rest));
@@ -738,4 +830,66 @@ QVariant XlsxWorkbookReader::dateTimeFromNumber(double number, bool is1904)
     if (num == std::floor(num))
         return QVariant(date);
     return QVariant(QDateTime(date, time));
+}
+
+QVariant XlsxWorkbookReader::dateTimeFromIso(const QString& text)
+{
+    const QString t = text.trimmed();
+    if (t.size() < 5)
+        return QVariant();
+    if (t.at(2) == QLatin1Char(':')) {
+        const QTime time = QTime::fromString(t, Qt::ISODateWithMs);
+        return time.isValid() ? QVariant(time) : QVariant();
+    }
+    if (t.size() == 10) {
+        const QDate date = QDate::fromString(t, Qt::ISODate);
+        return date.isValid() ? QVariant(date) : QVariant();
+    }
+    const QDateTime dt = QDateTime::fromString(t, Qt::ISODateWithMs);
+    if (!dt.isValid())
+        return QVariant();
+    if (dt.time() == QTime(0, 0))
+        return QVariant(dt.date());
+    return QVariant(QDateTime(dt.date(), dt.time()));
+}
+
+Q_NEVER_INLINE QString XlsxWorkbookReader::decodeEscapes(const QString& text)
+{
+    const auto hex = [](ushort u) {
+        if (u >= '0' && u <= '9')
+            return int(u - '0');
+        u |= 0x20;
+        return u >= 'a' && u <= 'f' ? int(u - 'a' + 10) : -1;
+    };
+    const QLatin1String mark("_x");
+    int i = text.indexOf(mark);
+    if (i < 0)
+        return text;
+    QString out;
+    int from = 0;
+    const QChar* p = text.constData();
+    const int n = text.size();
+    while (i >= 0 && i + 6 < n) {
+        int value = 0;
+        bool escape = p[i + 6].unicode() == '_';
+        for (int k = 2; escape && k < 6; ++k) {
+            const int digit = hex(p[i + k].unicode());
+            escape = digit >= 0;
+            value = value * 16 + digit;
+        }
+        if (!escape) {
+            i = text.indexOf(mark, i + 1);
+            continue;
+        }
+        if (out.isNull())
+            out.reserve(n);
+        out.append(p + from, i - from);
+        out.append(QChar(ushort(value)));
+        from = i + 7;
+        i = text.indexOf(mark, from);
+    }
+    if (out.isNull())
+        return text;
+    out.append(p + from, n - from);
+    return out;
 }

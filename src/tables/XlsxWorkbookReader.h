@@ -20,8 +20,9 @@ struct XlsxCell {
     int rawLen = 0;
     QByteArray rawNumber() const { return QByteArray(raw, rawLen); }
     bool hasFormula = false;
-    QString formula;
+    QString formula;     // a cell of a formula filled over a range gets its own, moved, text
     int style = -1;      // cell format index; -1 when neither the cell nor its column has one
+    bool isoDate = false; // String: the text is an ISO 8601 date and/or time (see dateTimeFromIso)
 };
 
 // Receives a sheet's cells in the order the sheet stores them.
@@ -63,11 +64,20 @@ public:
     // Value of a number cell as text, the way a variant holding the double prints it.
     static QString numberText(const char* raw, int len);
     static QString numberText(const QByteArray& raw) { return numberText(raw.constData(), raw.size()); }
-    // The digits are followed by a NUL, as stored digits and QByteArray data are.
-    static double toDouble(const char* raw, bool* ok = nullptr);
-    static double toDouble(const QByteArray& raw, bool* ok = nullptr) { return toDouble(raw.constData(), ok); }
-    // The date, time or date-time a number stands for; invalid when out of range.
+    // The number stored digits stand for, whatever the process's locale. Leading white
+    // space and a plus sign are allowed; `ok` is false unless every byte was taken.
+    static double toDouble(const char* raw, int len, bool* ok = nullptr);
+    static double toDouble(const QByteArray& raw, bool* ok = nullptr) { return toDouble(raw.constData(), raw.size(), ok); }
+    // The date, time or date-time a number stands for: a time below 1, a date when there
+    // is no fraction, otherwise both. Invalid when negative or out of range.
     static QVariant dateTimeFromNumber(double number, bool is1904);
+    // The same for ISO 8601 text ("2023-03-15", "2023-03-15T12:00:00", "12:00:00"): a date
+    // at midnight is a date. The time is taken as written, whatever zone it names.
+    // Invalid when the text is no such date or time.
+    static QVariant dateTimeFromIso(const QString& text);
+    // Text with its _xHHHH_ escapes (one UTF-16 unit each, as control characters are
+    // stored) turned back into characters; "_x005F_" keeps a literal underscore.
+    static QString decodeEscapes(const QString& text);
 
     // Sheets whose part inflates to at least this many bytes are parsed on a second thread.
     static constexpr qint64 kPipelineBytes = 4 << 20;

@@ -66,7 +66,9 @@ class Parser
 public:
     explicit Parser(XlsxXmlHandler& handler)
     {
-        m_ctx.parser = XML_ParserCreate("UTF-8");
+        // The part's own declaration (or byte-order mark) names its encoding; expat reads
+        // UTF-8, UTF-16, ISO-8859-1 and US-ASCII and hands every text on as UTF-8.
+        m_ctx.parser = XML_ParserCreate(nullptr);
         m_ctx.handler = &handler;
         XML_SetUserData(m_ctx.parser, &m_ctx);
         XML_SetElementHandler(m_ctx.parser, onStart, onEnd);

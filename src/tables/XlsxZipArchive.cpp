@@ -13,6 +13,7 @@
 
 #include <zip.h>
 
+#include <cstring>
 #include <system_error>
 #include <thread>
 
@@ -34,7 +35,26 @@ bool XlsxZipArchive::open(const QString& fileName, QString& err)
         err = XlsxErrors::openFailed();
         return false;
     }
+    // Some writers store folder separators as "\\" or begin names with "/"; such entries
+    // are found under the part name they stand for.
+    const zip_int64_t count = zip_get_num_entries(m_zip, 0);
+    for (zip_int64_t i = 0; i < count && m_otherNames.size() < 100000; ++i) {
+        const char* raw = zip_get_name(m_zip, zip_uint64_t(i), ZIP_FL_ENC_GUESS);
+        if (!raw || (!std::strchr(raw, '\\') && raw[0] != '/'))
+            continue;
+        const QString name = partKey(QString::fromUtf8(raw));
+        if (!m_otherNames.contains(name))
+            m_otherNames.insert(name, qint64(i));
+    }
     return true;
+}
+
+QString XlsxZipArchive::partKey(QString name)
+{
+    name.replace(QLatin1Char('\\'), QLatin1Char('/'));
+    while (name.startsWith(QLatin1Char('/')))
+        name.remove(0, 1);
+    return name.toLower();
 }
 
 qint64 XlsxZipArchive::locate(const QString& partName) const
@@ -45,7 +65,10 @@ qint64 XlsxZipArchive::locate(const QString& partName) const
     if (name.startsWith(QLatin1Char('/')))
         name.remove(0, 1);
     // Part names compare without regard to case.
-    return zip_name_locate(m_zip, name.toUtf8().constData(), ZIP_FL_NOCASE | ZIP_FL_ENC_GUESS);
+    const qint64 index = zip_name_locate(m_zip, name.toUtf8().constData(), ZIP_FL_NOCASE | ZIP_FL_ENC_GUESS);
+    if (index >= 0 || m_otherNames.isEmpty())
+        return index;
+    return m_otherNames.value(partKey(name), -1);
 }
 
 bool XlsxZipArchive::contains(const QString& partName) const

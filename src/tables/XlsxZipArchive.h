@@ -1,5 +1,6 @@
 #pragma once
 
+#include <QHash>
 #include <QString>
 
 #include <functional>
@@ -37,10 +38,12 @@ public:
 
 private:
     qint64 locate(const QString& partName) const;
+    static QString partKey(QString name);
     static bool inflate(zip_file* file, const QString& partName, qint64 ceiling,
                         const std::function<bool(const char*, int)>& sink, QString& err);
     static bool inflateAhead(zip_file* file, const QString& partName, qint64 ceiling,
                              const std::function<bool(const char*, int)>& sink, QString& err);
 
     zip* m_zip = nullptr;
+    QHash<QString, qint64> m_otherNames; // entries stored under a variant of their part name, by partKey
 };
