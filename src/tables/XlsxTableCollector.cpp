@@ -99,6 +99,8 @@ Q_ALWAYS_INLINE QString XlsxTableCollector::convert(const XlsxCell& c, bool& fil
 
 void XlsxTableCollector::cell(const XlsxCell& c)
 {
+    if (c.row < 1 || c.col < 1)
+        return;
     lastRow = qMax(lastRow, c.row);
     lastCol = qMax(lastCol, c.col);
     if (c.row != m_row) {

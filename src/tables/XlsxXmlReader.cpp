@@ -26,6 +26,8 @@ void XMLCALL onStart(void* data, const XML_Char* name, const XML_Char** atts)
 {
     auto* ctx = static_cast<ParseContext*>(data);
     noteProgress(ctx);
+    if (!ctx->handler->error.isEmpty())
+        return; // stopped: events the parser still reports go nowhere
     ctx->handler->startElement(XlsxXmlReader::localName(name), atts);
     if (!ctx->handler->error.isEmpty())
         XML_StopParser(ctx->parser, XML_FALSE);
@@ -35,6 +37,8 @@ void XMLCALL onEnd(void* data, const XML_Char* name)
 {
     auto* ctx = static_cast<ParseContext*>(data);
     noteProgress(ctx);
+    if (!ctx->handler->error.isEmpty())
+        return; // stopped: events the parser still reports go nowhere
     ctx->handler->endElement(XlsxXmlReader::localName(name));
     if (!ctx->handler->error.isEmpty())
         XML_StopParser(ctx->parser, XML_FALSE);
@@ -44,6 +48,8 @@ void XMLCALL onText(void* data, const XML_Char* text, int len)
 {
     auto* ctx = static_cast<ParseContext*>(data);
     noteProgress(ctx);
+    if (!ctx->handler->error.isEmpty())
+        return; // stopped: events the parser still reports go nowhere
     ctx->handler->characters(text, len);
     if (!ctx->handler->error.isEmpty())
         XML_StopParser(ctx->parser, XML_FALSE);

@@ -72,6 +72,25 @@ private slots:
         QVERIFY(VantorUtils::WriteTableData({{"h"}, {"new"}}, path, {}, false, ExportFileCodeUtf8, true, err));
         QCOMPARE(VantorUtils::ReadTableData(path, ReadAllRows, err), (Table{{"7"}, {"new"}}));
     }
+
+    void cellsOutsideTheSheet_data()
+    {
+        // The cell is refused as it opens; nothing of it may reach the table afterwards.
+        QTest::addColumn<QByteArray>("sheetData");
+        QTest::newRow("column past the last, before any row") << QByteArray("<c r=\"XFE1\" t=\"s\"/>");
+        QTest::newRow("row past the last") << QByteArray("<row r=\"1\"><c r=\"A1048577\"><v>1</v></c></row>");
+        QTest::newRow("after a good cell") << QByteArray("<row r=\"1\"><c r=\"A1\"><v>1</v></c><c r=\"rightC2\"/></row>");
+    }
+
+    void cellsOutsideTheSheet()
+    {
+        QFETCH(QByteArray, sheetData);
+        const QString path = m_dir.filePath(QStringLiteral("outside.xlsx"));
+        QVERIFY(XlsxPackage::write(path, {{"xl/worksheets/sheet1.xml", "<worksheet><sheetData>" + sheetData + "</sheetData></worksheet>"}}));
+        QString err;
+        QVERIFY(VantorUtils::ReadTableData(path, ReadAllRows, err).isEmpty());
+        QCOMPARE(err, QStringLiteral("Excel文件的行数或列数超出上限，请检查文件！"));
+    }
 };
 
 QTEST_GUILESS_MAIN(TestXlsxParts)
