@@ -434,8 +434,18 @@ bool TableFileAssist::WriteTableDatas(const QString& fileName, const QList<QPair
     }
     XlsxDocument doc(fileName);
     doc.deleteSheet(QStringLiteral("Sheet1"));
-    for (const auto& sheet : sheets)
-        writeSheet(&doc, sheet.first, sheet.second, formats.value(sheet.first), false);
+    // The sheets are made first, in order, so that a sheet named twice is known before any
+    // row is written: its second table is written over its first, so it is held whole
+    // until the save.
+    QStringList names;
+    for (const auto& sheet : sheets) {
+        const QString name = sheet.first.isEmpty() ? QStringLiteral("Sheet%1").arg(doc.sheetNames().size() + 1) : sheet.first;
+        if (!doc.addSheet(name) && doc.selectSheet(name))
+            doc.holdCurrentSheet();
+        names.append(name);
+    }
+    for (int i = 0; i < sheets.size(); ++i)
+        writeSheet(&doc, names.at(i), sheets.at(i).second, formats.value(sheets.at(i).first), false);
     // The save result is not looked at here, unlike a single-table save.
     doc.save();
     return true;

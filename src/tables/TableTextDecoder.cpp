@@ -242,11 +242,6 @@ bool TableTextDecoder::finish()
 {
     if (m_failed || !m_codec)
         return false;
-    if (!m_strict)
-        return true;
-    if (!m_pending.isEmpty() || m_state->state.remainingChars > 0) {
-        m_failed = true;
-        return false;
-    }
+    m_pending.clear();
     return true;
 }

@@ -7,9 +7,9 @@ class QTextCodec;
 
 // Decodes a text file chunk by chunk. In strict mode it reports the first byte sequence
 // the codec cannot decode (and a NUL byte, which marks a binary file that no text codec
-// fits) instead of replacing it; a multi-byte character cut at the end of the file also
-// counts as invalid. UTF-8 and GB18030 are judged strictly; other codecs by Qt's count of
-// invalid characters.
+// fits) instead of replacing it. A multi-byte character cut off by the end of the file is
+// not invalid (the codec is still waiting for the rest of it): it is left out of the text.
+// UTF-8 and GB18030 are judged strictly; other codecs by Qt's count of invalid characters.
 class TableTextDecoder
 {
 public:
@@ -25,7 +25,8 @@ public:
 
     // Appends the decoded text of `data` to `out`; false once an invalid sequence is seen.
     bool decode(const char* data, int len, QString& out);
-    // Ends the input; false when a character was left incomplete.
+    // Ends the input; false when an invalid sequence was seen. A character left incomplete
+    // is dropped.
     bool finish();
 
     TableTextDecoder(const TableTextDecoder&) = delete;

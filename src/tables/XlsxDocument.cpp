@@ -8,6 +8,7 @@
 
 #include <QFileInfo>
 #include <QHash>
+#include <QRegularExpression>
 #include <QVector>
 
 #include <xlsxwriter.h>
@@ -15,6 +16,7 @@
 #include <algorithm>
 #include <climits>
 #include <cmath>
+#include <map>
 
 namespace {
 
@@ -25,6 +27,48 @@ double givenWidthFromStored(double stored)
     if (stored <= 1.0)
         return stored;
     return (stored * 7.0 - 5.0) / 7.0;
+}
+
+// The name a sheet is given for a proposed one: the characters a sheet name cannot hold
+// (/ \ ? * [ ] :) become spaces, so does an apostrophe at either end, and it is cut to
+// 31 characters. A name given in apostrophes ('name') loses them first.
+QString safeSheetName(const QString& proposal)
+{
+    QString name = proposal;
+    if (name.size() > 2 && name.startsWith(QLatin1Char('\'')) && name.endsWith(QLatin1Char('\''))) {
+        name = name.mid(1, name.size() - 2);
+        name.replace(QLatin1String("''"), QLatin1String("'"));
+    }
+    for (QChar& c : name) {
+        switch (c.unicode()) {
+        case '/':
+        case '\\':
+        case '?':
+        case '*':
+        case '[':
+        case ']':
+        case ':':
+            c = QLatin1Char(' ');
+            break;
+        default:
+            break;
+        }
+    }
+    int length = 0;
+    for (int i = 0; i < name.size(); ++i) {
+        if (length == 31) {
+            name.truncate(i);
+            break;
+        }
+        if (name.at(i).isHighSurrogate() && i + 1 < name.size() && name.at(i + 1).isLowSurrogate())
+            ++i;
+        ++length;
+    }
+    if (name.startsWith(QLatin1Char('\'')))
+        name[0] = QLatin1Char(' ');
+    if (name.endsWith(QLatin1Char('\'')))
+        name[name.size() - 1] = QLatin1Char(' ');
+    return name;
 }
 
 struct OldCell {
@@ -93,6 +137,13 @@ struct XlsxDocument::Private {
         int maxRow = -1;
         QVector<lxw_format*> columnFormatCache; // resolved column formats, by column - 1
         bool columnFormatCacheValid = false;
+        // A held sheet keeps what is written to it until the save, by row and column.
+        struct HeldCell {
+            QVariant value;
+            XlsxWriteFormat format;
+        };
+        bool held = false;
+        std::map<std::pair<int, int>, HeldCell> heldCells;
     };
 
     std::vector<Sheet> sheets;
@@ -114,10 +165,11 @@ struct XlsxDocument::Private {
         }
     }
 
-    int indexOf(const QString& name) const
+    int indexOf(const QString& proposal) const
     {
+        const QString name = safeSheetName(proposal);
         for (size_t i = 0; i < sheets.size(); ++i) {
-            if (sheets[i].name.compare(name, Qt::CaseInsensitive) == 0)
+            if (sheets[i].name.compare(name, Qt::CaseInsensitive) == 0 || sheets[i].name.compare(proposal, Qt::CaseInsensitive) == 0)
                 return int(i);
         }
         return -1;
@@ -240,6 +292,67 @@ struct XlsxDocument::Private {
             e = worksheet_write_string(s.ws, r, col, utf8.constData(), fmt);
         }
         return e == LXW_NO_ERROR;
+    }
+
+    // The writer counts dates from 1900 only: the date cells of a workbook that counts from
+    // 1904 are moved by the 1462 days between the two, so they show the same dates. Times of
+    // day (below one day) and elapsed times ([h]:mm) need no move.
+    void moveDatesFrom1904(std::vector<OldCell>& cells)
+    {
+        bool moved = false;
+        for (OldCell& c : cells) {
+            if (c.type != XlsxCell::Number || c.number < 1)
+                continue;
+            const XlsxCellStyle& look = oldStyles.style(c.style);
+            if (!look.isDateTime || isElapsedTime(look.numFmt))
+                continue;
+            c.number += 1462;
+            moved = true;
+        }
+        if (moved)
+            qCInfo(lcTables).noquote() << "XlsxDocument::XlsxDocument" << "dates counted from 1904 are now counted from 1900";
+    }
+
+    static bool isElapsedTime(const QString& code)
+    {
+        static const QRegularExpression elapsed(QStringLiteral("\\[(h+|m+|s+)\\]"), QRegularExpression::CaseInsensitiveOption);
+        return elapsed.match(code).hasMatch();
+    }
+
+    void noteRow(Sheet& s, int row)
+    {
+        if (s.maxRow < s.minRow) {
+            s.minRow = row;
+            s.maxRow = row;
+        } else {
+            s.minRow = qMin(s.minRow, row);
+            s.maxRow = qMax(s.maxRow, row);
+        }
+    }
+
+    // Hands one new cell to the writer, after the old sheet's rows up to its own.
+    bool writeCell(Sheet& s, int row, int col, const QVariant& value, lxw_format* fmt)
+    {
+        flushOld(s, row);
+        s.currentRow = row;
+        noteRow(s, row);
+        const lxw_row_t r = lxw_row_t(row - 1);
+        const lxw_col_t c = lxw_col_t(col - 1);
+        if (value.userType() == QMetaType::QString)
+            return writeString(s, r, c, value.toString(), fmt);
+        double number = value.toDouble();
+        if (!std::isfinite(number)) {
+            qCWarning(lcTables).noquote() << "XlsxDocument::write" << "a number that is not finite is written as 0 at row" << row;
+            number = 0;
+        }
+        return worksheet_write_number(s.ws, r, c, number, fmt) == LXW_NO_ERROR;
+    }
+
+    void releaseHeld(Sheet& s)
+    {
+        for (const auto& cell : s.heldCells)
+            writeCell(s, cell.first.first, cell.first.second, cell.second.value, format(cell.second.format));
+        s.heldCells.clear();
     }
 
     lxw_format* columnFormat(Sheet& s, int col)
@@ -387,7 +500,7 @@ struct XlsxDocument::Private {
             auto width = s.widths.constFind(c);
             if (width != s.widths.constEnd()) {
                 col.any = true;
-                col.width = width.value();
+                col.width = givenWidthFromStored(width.value());
             }
             auto format = s.columnFormats.constFind(c);
             if (format != s.columnFormats.constEnd()) {
@@ -479,6 +592,8 @@ XlsxDocument::XlsxDocument(const QString& fileName)
                 sheet.minRow = visitor.cells.front().row;
                 sheet.maxRow = visitor.cells.back().row;
             }
+            if (reader.is1904())
+                d->moveDatesFrom1904(visitor.cells);
             sheet.oldCells = std::move(visitor.cells);
             d->sheets.push_back(std::move(sheet));
         }
@@ -507,7 +622,7 @@ bool XlsxDocument::addSheet(const QString& name)
     if (d->indexOf(name) >= 0)
         return false;
     Private::Sheet sheet;
-    sheet.name = name;
+    sheet.name = safeSheetName(name);
     d->sheets.push_back(std::move(sheet));
     d->current = int(d->sheets.size()) - 1;
     return true;
@@ -569,32 +684,25 @@ bool XlsxDocument::write(int row, int col, const QVariant& value, const XlsxWrit
     if (!d->materialize(d->current, m_fileName))
         return false;
     Private::Sheet& s = d->sheets[size_t(d->current)];
+    if (s.held) {
+        // The cell's format is settled now, as for a cell written at once.
+        s.heldCells[{row, col}] = {value, format.isValid() ? format : s.columnFormats.value(col)};
+        d->noteRow(s, row);
+        return true;
+    }
     if (row < s.currentRow) {
         qCWarning(lcTables).noquote() << "XlsxDocument::write" << "row" << row << "comes after row" << s.currentRow
                                       << "of sheet" << s.name << "and is dropped";
         return false;
     }
-    d->flushOld(s, row);
-    s.currentRow = row;
-    if (s.maxRow < s.minRow) {
-        s.minRow = row;
-        s.maxRow = row;
-    } else {
-        s.minRow = qMin(s.minRow, row);
-        s.maxRow = qMax(s.maxRow, row);
-    }
-    const lxw_row_t r = lxw_row_t(row - 1);
-    const lxw_col_t c = lxw_col_t(col - 1);
     // A cell without a format of its own takes its column's format.
-    lxw_format* fmt = format.isValid() ? d->format(format) : d->columnFormat(s, col);
-    if (value.userType() == QMetaType::QString)
-        return d->writeString(s, r, c, value.toString(), fmt);
-    double number = value.toDouble();
-    if (!std::isfinite(number)) {
-        qCWarning(lcTables).noquote() << "XlsxDocument::write" << "a number that is not finite is written as 0 at row" << row;
-        number = 0;
-    }
-    return worksheet_write_number(s.ws, r, c, number, fmt) == LXW_NO_ERROR;
+    return d->writeCell(s, row, col, value, format.isValid() ? d->format(format) : d->columnFormat(s, col));
+}
+
+void XlsxDocument::holdCurrentSheet()
+{
+    if (d->current >= 0)
+        d->sheets[size_t(d->current)].held = true;
 }
 
 bool XlsxDocument::save()
@@ -611,6 +719,8 @@ bool XlsxDocument::save()
     for (auto& s : d->sheets) {
         if (!s.ws)
             ok = false;
+        else
+            d->releaseHeld(s);
         d->finishSheet(s);
     }
     const lxw_error e = workbook_close(d->wb);

@@ -40,6 +40,8 @@ public:
 
     QStringList sheetNames() const;
     // False when a sheet of that name (compared without case) already exists.
+    // The name is made acceptable first: / \ ? * [ ] : and an apostrophe at either end
+    // become spaces, and it is cut to 31 characters. Sheets are found by either form.
     bool addSheet(const QString& name);
     bool selectSheet(const QString& name);
     bool deleteSheet(const QString& name);
@@ -50,9 +52,14 @@ public:
     int lastRow() const;
 
     void setColumnFormat(int col, const XlsxWriteFormat& format);
+    // The width as the file stores it (Excel shows a little less: the cell padding).
     void setColumnWidth(int col, double width);
     // Writes a QString as text, any number type as a number. Row and column are 1-based.
     bool write(int row, int col, const QVariant& value, const XlsxWriteFormat& format);
+    // Keeps what is written to the current sheet until the save, so that its rows may come
+    // in any order and a cell written again replaces what it held. Costs memory for every
+    // cell: for a sheet that takes more than one table. Call it before writing to the sheet.
+    void holdCurrentSheet();
 
     bool save();
 

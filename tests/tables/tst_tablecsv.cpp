@@ -135,7 +135,11 @@ private slots:
         QTest::newRow("gb18030 four-byte") << gb(QString::fromUtf8("€\u00e9\U0001F600\n")) << "GB18030";
         QTest::newRow("utf-8 that is also gb18030") << QByteArray("\xC3\xA9\xC3\xA9") << "UTF-8";
         QTest::newRow("invalid in both") << QByteArray("a,\xFF\xFF\n") << "";
-        QTest::newRow("gbk cut at the end") << QByteArray("ab\xB4") << "";
+        // A character cut off by the end of the file is not invalid: the codec would still be
+        // waiting for the rest of it.
+        QTest::newRow("gbk cut at the end") << QByteArray("ab\xB4") << "GB18030";
+        QTest::newRow("utf-8 cut at the end") << QByteArray("a,\xE4\xB8") << "UTF-8";
+        QTest::newRow("stray utf-8 continuation at the end") << QByteArray("a,\x80") << "";
         QTest::newRow("nul bytes") << QByteArray("a,b\n\0\0c\n", 8) << "";
     }
 

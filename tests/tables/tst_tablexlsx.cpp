@@ -111,7 +111,7 @@ private slots:
         QVERIFY(header.value("bold").toBool());
         QCOMPARE(header.value("size").toDouble(), 14.0);
         for (const char* col : {"A", "B", "C", "D"})
-            QCOMPARE(int(sheet.value("widths").toObject().value(col).toDouble()), 30);
+            QCOMPARE(sheet.value("widths").toObject().value(col).toDouble(), 30.0);
 
         struct Expect { const char* ref; double value; const char* format; };
         const Expect expects[] = {{"B2", 0.125, "0.0 %"}, {"B3", 0.03, "0.0 %"}, {"C2", 1.123456, "0.00000"},
@@ -150,7 +150,7 @@ private slots:
         if (m_haveProbe) {
             const QJsonObject sheet = dump(path).value("sheets").toArray().first().toObject();
             QVERIFY(cellAt(sheet, "A1").value("bold").toBool()); // the old header keeps its format
-            QCOMPARE(int(sheet.value("widths").toObject().value("A").toDouble()), 30);
+            QCOMPARE(sheet.value("widths").toObject().value("A").toDouble(), 30.0);
         }
 
         // Appending to a workbook that cannot be read leaves it untouched.

@@ -1,0 +1,200 @@
+// Workbook writing: the names sheets get, a sheet that takes two tables, and appending to
+// sheets that do not start at the first row or count their dates from 1904.
+#include "VantorUtils.h"
+#include "tables/XlsxDocument.h"
+
+#include <QJsonArray>
+#include <QJsonDocument>
+#include <QJsonObject>
+#include <QProcess>
+#include <QTemporaryDir>
+#include <QtTest>
+
+using Table = QList<QStringList>;
+using Sheets = QList<QPair<QString, Table>>;
+
+namespace {
+const QString kPython = QStringLiteral("/usr/bin/python3");
+const QString kProbe = QStringLiteral(VANTOR_TEST_SOURCE_DIR "/xlsx_probe.py");
+} // namespace
+
+class TestXlsxSheets : public QObject
+{
+    Q_OBJECT
+
+private:
+    QTemporaryDir m_dir;
+
+    bool python(const QString& script, const QStringList& args = {})
+    {
+        QProcess p;
+        p.start(kPython, QStringList{QStringLiteral("-c"), script} + args);
+        return p.waitForFinished(60000) && p.exitCode() == 0;
+    }
+
+    QJsonArray dumpSheets(const QString& path)
+    {
+        QProcess p;
+        p.start(kPython, {kProbe, QStringLiteral("dump"), path});
+        p.waitForFinished(60000);
+        return QJsonDocument::fromJson(p.readAllStandardOutput()).object().value("sheets").toArray();
+    }
+
+    static QStringList namesOf(const QList<QPair<QString, Table>>& sheets)
+    {
+        QStringList names;
+        for (const auto& s : sheets)
+            names.append(s.first);
+        return names;
+    }
+
+private slots:
+    void sheetNamesMadeAcceptable_data()
+    {
+        QTest::addColumn<QStringList>("given");
+        QTest::addColumn<QStringList>("written");
+        QTest::newRow("a date with slashes") << QStringList{"2024/01/02"} << QStringList{"2024 01 02"};
+        QTest::newRow("every refused character")
+            << QStringList{"a\\b?c*d[e]f:g"} << QStringList{"a b c d e f g"};
+        QTest::newRow("in apostrophes") << QStringList{"'持仓'"} << QStringList{"持仓"};
+        QTest::newRow("apostrophe at either end") << QStringList{"'a", "b'"} << QStringList{" a", "b "};
+        QTest::newRow("longer than 31 characters") << QStringList{QString(40, QChar(0x957F))}
+                                                   << QStringList{QString(31, QChar(0x957F))};
+        QTest::newRow("cut before an apostrophe") << QStringList{QString(30, 'x') + "'yz"}
+                                                  << QStringList{QString(30, 'x') + " "};
+        QTest::newRow("a character beyond the BMP is not split")
+            << QStringList{QString(30, 'x') + QString::fromUtf8("\xF0\x9F\x98\x80") + "z"}
+            << QStringList{QString(30, 'x') + QString::fromUtf8("\xF0\x9F\x98\x80")};
+    }
+
+    void sheetNamesMadeAcceptable()
+    {
+        // Names the file format refuses are mended instead of losing the whole export.
+        QFETCH(QStringList, given);
+        QFETCH(QStringList, written);
+        Sheets sheets;
+        for (int i = 0; i < given.size(); ++i)
+            sheets.append({given.at(i), {{"h"}, {QString::number(i)}}});
+        const QString path = m_dir.filePath("names.xlsx");
+        QString err;
+        QVERIFY(VantorUtils::WriteTableDatas(path, sheets, {}, err));
+        const auto back = VantorUtils::ReadMultiSheetTables(path, ReadAllRows);
+        QCOMPARE(namesOf(back), written);
+        for (int i = 0; i < back.size(); ++i)
+            QCOMPARE(back.at(i).second, (Table{{"h"}, {QString::number(i)}}));
+    }
+
+    void sheetNamedTwiceTakesTheSecondTableOverTheFirst_data()
+    {
+        QTest::addColumn<Sheets>("sheets");
+        QTest::addColumn<QStringList>("names");
+        QTest::addColumn<QList<Table>>("tables");
+        const Table wide{{"a", "b", "c"}, {"1", "2", "3"}, {"4", "5", "6"}, {"7", "8", "9"}};
+        const Table narrow{{"x"}, {"y"}};
+        const Table over{{"x", "b", "c"}, {"y", "2", "3"}, {"4", "5", "6"}, {"7", "8", "9"}};
+        QTest::newRow("same name") << Sheets{{"持仓", wide}, {"委托", {{"z"}}}, {"持仓", narrow}}
+                                   << QStringList{"持仓", "委托"} << QList<Table>{over, {{"z"}}};
+        QTest::newRow("names differing in case") << Sheets{{"Book", wide}, {"BOOK", narrow}} << QStringList{"Book"}
+                                                 << QList<Table>{over};
+        QTest::newRow("a made name that is taken") << Sheets{{"Sheet2", wide}, {"", narrow}} << QStringList{"Sheet2"}
+                                                   << QList<Table>{over};
+        QTest::newRow("same name once mended") << Sheets{{"a/b", wide}, {"a:b", narrow}} << QStringList{"a b"}
+                                               << QList<Table>{over};
+        QTest::newRow("longer second table") << Sheets{{"s", narrow}, {"s", wide}} << QStringList{"s"}
+                                             << QList<Table>{wide};
+    }
+
+    void sheetNamedTwiceTakesTheSecondTableOverTheFirst()
+    {
+        QFETCH(Sheets, sheets);
+        QFETCH(QStringList, names);
+        QFETCH(QList<Table>, tables);
+        const QString path = m_dir.filePath("twice.xlsx");
+        QString err;
+        QVERIFY(VantorUtils::WriteTableDatas(path, sheets, {}, err));
+        const auto back = VantorUtils::ReadMultiSheetTables(path, ReadAllRows);
+        QCOMPARE(namesOf(back), names);
+        for (int i = 0; i < back.size(); ++i)
+            QCOMPARE(back.at(i).second, tables.at(i));
+    }
+
+    void sheetNamedTwiceKeepsEachTablesFormats()
+    {
+        // Each table's cells keep the number format their own column had when written.
+        const QString path = m_dir.filePath("twice-formats.xlsx");
+        const Sheets sheets{{"s", {{"n"}, {"1.5"}, {"2.25"}, {"3"}}}, {"s", {{"n"}, {"7"}}}};
+        QString err;
+        QVERIFY(VantorUtils::WriteTableDatas(path, sheets, {{"s", {{0, ExportFormatNumber}}}}, err));
+        const QJsonArray dumped = dumpSheets(path);
+        if (dumped.isEmpty())
+            QSKIP("python3-openpyxl is not available");
+        QHash<QString, QString> formats;
+        QHash<QString, double> values;
+        for (const QJsonValue& v : dumped.first().toObject().value("cells").toArray()) {
+            formats.insert(v.toObject().value("ref").toString(), v.toObject().value("format").toString());
+            values.insert(v.toObject().value("ref").toString(), v.toObject().value("value").toDouble());
+        }
+        QCOMPARE(values.value("A2"), 7.0);
+        QCOMPARE(formats.value("A2"), QStringLiteral("0"));
+        QCOMPARE(values.value("A3"), 2.25);
+        QCOMPARE(formats.value("A3"), QStringLiteral("0.00"));
+    }
+
+    void appendToSheetBelowTheFirstRow()
+    {
+        // The rows already there are counted from the sheet's first row to its last, and the
+        // table is read from row and column 1 whatever the sheet's first cell.
+        const QString path = m_dir.filePath("offset.xlsx");
+        {
+            XlsxDocument doc(path);
+            for (int r = 3; r <= 5; ++r) {
+                QVERIFY(doc.write(r, 2, QStringLiteral("b%1").arg(r), {}));
+                QVERIFY(doc.write(r, 3, QStringLiteral("c%1").arg(r), {}));
+            }
+            QVERIFY(doc.save());
+        }
+        QString err;
+        QCOMPARE(VantorUtils::ReadTableData(path, ReadAllRows, err),
+                 (Table{{"", "", ""}, {"", "", ""}, {"", "b3", "c3"}, {"", "b4", "c4"}, {"", "b5", "c5"}}));
+        // Three rows were there, so the new ones start at row 4, over what rows 4 and 5 held.
+        QVERIFY(VantorUtils::WriteTableData({{"h1", "h2"}, {"n1", "m1"}, {"n2"}, {"n3"}}, path, {}, false,
+                                            ExportFileCodeUtf8, true, err));
+        QCOMPARE(VantorUtils::ReadTableData(path, SkipEmptyRows, err),
+                 (Table{{"", "b3", "c3"}, {"n1", "m1", "c4"}, {"n2", "b5", "c5"}, {"n3", "", ""}}));
+    }
+
+    void appendTo1904WorkbookKeepsItsDates()
+    {
+        // The rewritten workbook counts from 1900: old dates move with it, times of day and
+        // elapsed times do not.
+        const QString path = m_dir.filePath("epoch1904.xlsx");
+        const bool made = python(QStringLiteral(
+                                     "import datetime,sys,openpyxl\n"
+                                     "wb=openpyxl.Workbook(); wb.epoch=openpyxl.utils.datetime.CALENDAR_MAC_1904\n"
+                                     "ws=wb.active; ws.title='Sheet1'\n"
+                                     "ws['A1']=datetime.date(2024,1,2)\n"
+                                     "ws['A2']=datetime.datetime(2024,1,2,6,0,0)\n"
+                                     "ws['A3']=datetime.time(13,30)\n"
+                                     "ws['A4']=1.5; ws['A4'].number_format='[h]:mm'\n"
+                                     "ws['A5']=12.5\n"
+                                     "wb.save(sys.argv[1])\n"),
+                                 {path});
+        if (!made)
+            QSKIP("python3-openpyxl is not available");
+        QString err;
+        const Table before = VantorUtils::ReadTableData(path, ReadAllRows, err);
+        QCOMPARE(before.at(0).first(), QStringLiteral("2024-01-02"));
+        QVERIFY(VantorUtils::WriteTableData({{"h"}, {"new"}}, path, {}, false, ExportFileCodeUtf8, true, err));
+        const Table after = VantorUtils::ReadTableData(path, ReadAllRows, err);
+        QCOMPARE(after.size(), 6);
+        QCOMPARE(after.mid(0, 3), before.mid(0, 3));
+        QCOMPARE(after.at(4), before.at(4));
+        QCOMPARE(after.at(5), QStringList{"new"});
+        const QJsonArray cells = dumpSheets(path).first().toObject().value("cells").toArray();
+        QCOMPARE(cells.at(0).toObject().value("value").toString(), QStringLiteral("2024-01-02 00:00:00"));
+        QCOMPARE(cells.at(4).toObject().value("value").toDouble(), 12.5);
+    }
+};
+
+QTEST_GUILESS_MAIN(TestXlsxSheets)
+#include "tst_xlsxsheets.moc"
