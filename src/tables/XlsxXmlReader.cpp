@@ -22,37 +22,40 @@ inline void noteProgress(ParseContext* ctx)
     ++ctx->events;
 }
 
+// Once the handler has refused the content, the events the parser still reports (such as
+// the end of an empty element whose start was refused) go nowhere.
+void stop(ParseContext* ctx)
+{
+    XML_SetElementHandler(ctx->parser, nullptr, nullptr);
+    XML_SetCharacterDataHandler(ctx->parser, nullptr);
+    XML_StopParser(ctx->parser, XML_FALSE);
+}
+
 void XMLCALL onStart(void* data, const XML_Char* name, const XML_Char** atts)
 {
     auto* ctx = static_cast<ParseContext*>(data);
     noteProgress(ctx);
-    if (!ctx->handler->error.isEmpty())
-        return; // stopped: events the parser still reports go nowhere
     ctx->handler->startElement(XlsxXmlReader::localName(name), atts);
     if (!ctx->handler->error.isEmpty())
-        XML_StopParser(ctx->parser, XML_FALSE);
+        stop(ctx);
 }
 
 void XMLCALL onEnd(void* data, const XML_Char* name)
 {
     auto* ctx = static_cast<ParseContext*>(data);
     noteProgress(ctx);
-    if (!ctx->handler->error.isEmpty())
-        return; // stopped: events the parser still reports go nowhere
     ctx->handler->endElement(XlsxXmlReader::localName(name));
     if (!ctx->handler->error.isEmpty())
-        XML_StopParser(ctx->parser, XML_FALSE);
+        stop(ctx);
 }
 
 void XMLCALL onText(void* data, const XML_Char* text, int len)
 {
     auto* ctx = static_cast<ParseContext*>(data);
     noteProgress(ctx);
-    if (!ctx->handler->error.isEmpty())
-        return; // stopped: events the parser still reports go nowhere
     ctx->handler->characters(text, len);
     if (!ctx->handler->error.isEmpty())
-        XML_StopParser(ctx->parser, XML_FALSE);
+        stop(ctx);
 }
 
 void XMLCALL onDefault(void* data, const XML_Char*, int)
