@@ -6,6 +6,7 @@
 #include "XlsxStyleWriter.h"
 #include "XlsxWorkbookReader.h"
 
+#include <QDateTime>
 #include <QFileInfo>
 #include <QHash>
 #include <QRegularExpression>
@@ -90,6 +91,11 @@ struct ColumnOrder {
 class LoadVisitor : public XlsxCellVisitor
 {
 public:
+    explicit LoadVisitor(const XlsxStyles& styles)
+        : m_styles(styles)
+    {
+    }
+
     std::vector<OldCell> cells;
 
     void cell(const XlsxCell& c) override
@@ -103,11 +109,52 @@ public:
         o.style = c.style;
         if (c.hasFormula)
             o.formula = c.formula;
-        if (c.type == XlsxCell::Number || c.type == XlsxCell::Boolean)
+        if (c.type == XlsxCell::Number || c.type == XlsxCell::Boolean) {
             o.number = XlsxWorkbookReader::toDouble(c.rawNumber());
-        else
+        } else if (c.isoDate && m_styles.style(c.style).isDateTime && serialFromIso(c.text, o.number)) {
+            // The writer has no cell type for a date written as text: it becomes the number
+            // that stands for it, which its date format shows as before.
+            o.type = XlsxCell::Number;
+        } else {
             o.text = c.text;
+        }
         cells.push_back(std::move(o));
+    }
+
+private:
+    const XlsxStyles& m_styles;
+
+    // The day number (from 1900, with its missing leap day) of an ISO date or time; false
+    // for a date before 1900, which no day number stands for.
+    static bool serialFromIso(const QString& text, double& serial)
+    {
+        const QVariant v = XlsxWorkbookReader::dateTimeFromIso(text);
+        QDate date;
+        QTime time;
+        switch (v.userType()) {
+        case QMetaType::QDate:
+            date = v.toDate();
+            break;
+        case QMetaType::QTime:
+            time = v.toTime();
+            break;
+        case QMetaType::QDateTime:
+            date = v.toDateTime().date();
+            time = v.toDateTime().time();
+            break;
+        default:
+            return false;
+        }
+        serial = 0;
+        if (date.isValid()) {
+            if (date.year() < 1900)
+                return false;
+            const bool beforeLeapDay = date < QDate(1900, 3, 1);
+            serial = double((beforeLeapDay ? QDate(1899, 12, 31) : QDate(1899, 12, 30)).daysTo(date));
+        }
+        if (time.isValid())
+            serial += time.msecsSinceStartOfDay() / 86400000.0;
+        return true;
     }
 };
 
@@ -279,10 +326,24 @@ struct XlsxDocument::Private {
         return true;
     }
 
-    bool writeString(Sheet& s, lxw_row_t r, lxw_col_t col, const QString& text, lxw_format* fmt)
+    // Text that reads like one of the _xHHHH_ escapes control characters are stored as
+    // keeps its underscore escaped, so that it does not come back as that character.
+    static QString escapedLikeControl(const QString& text)
     {
-        if (text.isEmpty())
+        static const QRegularExpression escape(QStringLiteral("_(?=x[0-9A-Fa-f]{4}_)"));
+        const int at = text.indexOf(QLatin1String("_x"));
+        if (at < 0 || text.indexOf(escape, at) < 0)
+            return text;
+        QString escaped = text;
+        escaped.replace(escape, QStringLiteral("_x005F_"));
+        return escaped;
+    }
+
+    bool writeString(Sheet& s, lxw_row_t r, lxw_col_t col, const QString& given, lxw_format* fmt)
+    {
+        if (given.isEmpty())
             return fmt ? worksheet_write_blank(s.ws, r, col, fmt) == LXW_NO_ERROR : true;
+        const QString text = escapedLikeControl(given);
         QByteArray utf8 = text.toUtf8();
         lxw_error e = worksheet_write_string(s.ws, r, col, utf8.constData(), fmt);
         if (e == LXW_ERROR_MAX_STRING_LENGTH_EXCEEDED) {
@@ -577,7 +638,7 @@ XlsxDocument::XlsxDocument(const QString& fileName)
                 qCWarning(lcTables).noquote() << "XlsxDocument::XlsxDocument" << "chart sheet not kept:" << info.name;
                 continue;
             }
-            LoadVisitor visitor;
+            LoadVisitor visitor(d->oldStyles);
             Private::Sheet sheet;
             sheet.name = info.name;
             if (!reader.readSheet(i, visitor, err, &sheet.layout)) {

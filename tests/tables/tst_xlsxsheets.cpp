@@ -2,6 +2,7 @@
 // sheets that do not start at the first row or count their dates from 1904.
 #include "VantorUtils.h"
 #include "tables/XlsxDocument.h"
+#include "xlsx_package.h"
 
 #include <QJsonArray>
 #include <QJsonDocument>
@@ -193,6 +194,48 @@ private slots:
         const QJsonArray cells = dumpSheets(path).first().toObject().value("cells").toArray();
         QCOMPARE(cells.at(0).toObject().value("value").toString(), QStringLiteral("2024-01-02 00:00:00"));
         QCOMPARE(cells.at(4).toObject().value("value").toDouble(), 12.5);
+    }
+
+    void appendKeepsIsoDatesAsDates()
+    {
+        // Dates a program stored as ISO text stay dates; the writer stores them as numbers.
+        const QString path = m_dir.filePath("iso.xlsx");
+        QVERIFY(XlsxPackage::write(
+            path, {{"xl/styles.xml", "<styleSheet><numFmts><numFmt numFmtId=\"164\" formatCode=\"yyyy-mm-dd\"/></numFmts>"
+                                     "<cellXfs><xf numFmtId=\"0\"/><xf numFmtId=\"164\"/><xf numFmtId=\"22\"/></cellXfs></styleSheet>"},
+                   {"xl/worksheets/sheet1.xml",
+                    "<worksheet><sheetData><row r=\"1\">"
+                    "<c r=\"A1\" t=\"d\" s=\"1\"><v>2023-03-15</v></c>"
+                    "<c r=\"B1\" t=\"d\" s=\"2\"><v>1900-02-28T18:00:00</v></c>"
+                    "<c r=\"C1\" t=\"d\" s=\"2\"><v>1899-12-31</v></c>"
+                    "<c r=\"D1\" t=\"d\"><v>2023-03-15</v></c>"
+                    "</row></sheetData></worksheet>"}}));
+        QString err;
+        const Table before = VantorUtils::ReadTableData(path, ReadAllRows, err);
+        QCOMPARE(before, (Table{{"2023-03-15", "1900-02-28T18:00:00.000", "1899-12-31", "2023-03-15"}}));
+        QVERIFY(VantorUtils::WriteTableData({{"h"}, {"new"}}, path, {}, false, ExportFileCodeUtf8, true, err));
+        // A date before 1900 has no day number, and a cell without a date format has nothing
+        // to show one with: both stay text.
+        QCOMPARE(VantorUtils::ReadTableData(path, ReadAllRows, err),
+                 (Table{{"2023-03-15", "1900-02-28T18:00:00.000", "1899-12-31", "2023-03-15"}, {"new", "", "", ""}}));
+        const QJsonArray cells = dumpSheets(path).first().toObject().value("cells").toArray();
+        if (!cells.isEmpty()) {
+            QCOMPARE(cells.at(0).toObject().value("value").toString(), QStringLiteral("2023-03-15 00:00:00"));
+            QCOMPARE(cells.at(2).toObject().value("value").toString(), QStringLiteral("1899-12-31"));
+        }
+    }
+
+    void textLikeAnEscapeReadsBack()
+    {
+        // Control characters are stored as _xHHHH_; text that merely looks like that is kept
+        // apart from them, in new cells and in old ones rewritten by an append.
+        const QString path = m_dir.filePath("lookalike.xlsx");
+        const Table data{{"h1", "h2"}, {"lit_x0041_", "a\x01_x0001_"}, {"_x005F_", "_x12_"}};
+        QString err;
+        QVERIFY(VantorUtils::WriteTableData(data, path, {}, false, ExportFileCodeUtf8, false, err));
+        QCOMPARE(VantorUtils::ReadTableData(path, ReadAllRows, err), data);
+        QVERIFY(VantorUtils::WriteTableData({{"h1"}, {"_x0042_"}}, path, {}, false, ExportFileCodeUtf8, true, err));
+        QCOMPARE(VantorUtils::ReadTableData(path, ReadAllRows, err), (data + Table{{"_x0042_", ""}}));
     }
 };
 
