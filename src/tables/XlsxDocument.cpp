@@ -331,7 +331,7 @@ struct XlsxDocument::Private {
     static QString escapedLikeControl(const QString& text)
     {
         static const QRegularExpression escape(QStringLiteral("_(?=x[0-9A-Fa-f]{4}_)"));
-        const int at = text.indexOf(QLatin1String("_x"));
+        const int at = text.indexOf(QLatin1Char('_')); // most text has none: the quick test
         if (at < 0 || text.indexOf(escape, at) < 0)
             return text;
         QString escaped = text;
