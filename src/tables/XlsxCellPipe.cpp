@@ -28,14 +28,32 @@ void XlsxCellPipe::append(const Header& h, const char* value, const char* formul
 
 void XlsxCellPipe::cell(const XlsxRawCell& c)
 {
-    Header h{c.row, c.col, c.style, c.sharedIndex, c.valueLen, c.hasFormula ? c.formulaLen : 0, 0.0, char(c.kind),
-             c.hasFormula};
+    Header h;
+    h.row = c.row;
+    h.col = c.col;
+    h.style = c.style;
+    h.sharedIndex = c.sharedIndex;
+    h.valueLen = c.valueLen;
+    h.formulaLen = c.hasFormula ? c.formulaLen : 0;
+    h.array.lastRow = c.arrayLastRow;
+    h.array.lastCol = c.arrayLastCol;
+    h.kind = char(c.kind);
+    h.hasFormula = c.hasFormula;
     append(h, c.value, c.hasFormula ? c.formula : "");
 }
 
 void XlsxCellPipe::columnWidth(int firstCol, int lastCol, double width)
 {
-    Header h{firstCol, lastCol, -1, -1, 0, 0, width, 'w', false};
+    Header h;
+    h.row = firstCol;
+    h.col = lastCol;
+    h.style = -1;
+    h.sharedIndex = -1;
+    h.valueLen = 0;
+    h.formulaLen = 0;
+    h.width = width;
+    h.kind = 'w';
+    h.hasFormula = false;
     append(h, "", "");
 }
 
@@ -108,6 +126,8 @@ bool XlsxCellPipe::drain(XlsxRawCellSink& out, QString& err)
             c.sharedIndex = h.sharedIndex;
             c.kind = XlsxRawCell::Kind(h.kind);
             c.hasFormula = h.hasFormula;
+            c.arrayLastRow = h.array.lastRow;
+            c.arrayLastCol = h.array.lastCol;
             c.value = value;
             c.valueLen = h.valueLen;
             c.formula = formula;

@@ -40,7 +40,13 @@ private:
         int sharedIndex;
         int valueLen;
         int formulaLen;
-        double width; // column width records only
+        union {
+            double width; // column width records
+            struct {
+                int lastRow;
+                int lastCol;
+            } array; // cells: the range an array formula fills (see XlsxRawCell)
+        };
         char kind;    // an XlsxRawCell::Kind, or 'w' for a column width
         bool hasFormula;
     };

@@ -2,6 +2,7 @@
 
 #include "SiblingTempFile.h"
 #include "VantorLogging.h"
+#include "XlsxNameWriter.h"
 #include "XlsxSheetLayout.h"
 #include "XlsxStyleWriter.h"
 #include "XlsxWorkbookReader.h"
@@ -80,6 +81,8 @@ struct OldCell {
     double number = 0;
     QString formula;
     int style = -1;
+    int arrayLastRow = 0; // an array formula: the far corner of the range it fills
+    int arrayLastCol = 0;
 };
 
 // Orders the cells of one row by column, and finds a column among them.
@@ -107,8 +110,11 @@ public:
         o.col = c.col;
         o.type = c.type;
         o.style = c.style;
-        if (c.hasFormula)
+        if (c.hasFormula) {
             o.formula = c.formula;
+            o.arrayLastRow = c.arrayLastRow;
+            o.arrayLastCol = c.arrayLastCol;
+        }
         if (c.type == XlsxCell::Number || c.type == XlsxCell::Boolean) {
             o.number = XlsxWorkbookReader::toDouble(c.rawNumber());
         } else if (c.isoDate && m_styles.style(c.style).isDateTime && serialFromIso(c.text, o.number)) {
@@ -191,9 +197,15 @@ struct XlsxDocument::Private {
         };
         bool held = false;
         std::map<std::pair<int, int>, HeldCell> heldCells;
+        // How the workbook showed the sheet.
+        XlsxWorkbookReader::SheetInfo::Visibility visibility = XlsxWorkbookReader::SheetInfo::Visible;
+        bool opensOn = false;  // the workbook opened on this sheet
+        bool firstTab = false; // its tab came first in the tab bar
+        std::vector<XlsxWorkbookReader::DefinedName> names; // local to the sheet
     };
 
     std::vector<Sheet> sheets;
+    std::vector<XlsxWorkbookReader::DefinedName> names; // of the whole workbook
     XlsxStyles oldStyles;
     std::vector<lxw_format*> oldFormats; // made on first use, by style index; notMade() until then
     lxw_format* plain = nullptr;
@@ -306,6 +318,18 @@ struct XlsxDocument::Private {
         const lxw_row_t r = lxw_row_t(c.row - 1);
         const lxw_col_t col = lxw_col_t(c.col - 1);
         lxw_format* fmt = oldFormat(c.style);
+        if (!c.formula.isEmpty() && c.arrayLastRow > 0) {
+            // The writer keeps a number as the result only; a text result shows once the
+            // workbook is calculated again. The other cells of the range come with their
+            // own values.
+            const QByteArray f = QByteArray("{=") + c.formula.toUtf8() + '}';
+            const double result = c.type == XlsxCell::Number || c.type == XlsxCell::Boolean ? c.number : 0;
+            if (worksheet_write_array_formula_num(s.ws, r, col, lxw_row_t(c.arrayLastRow - 1), lxw_col_t(c.arrayLastCol - 1),
+                                                  f.constData(), fmt, result)
+                == LXW_NO_ERROR)
+                return true;
+            ++s.layoutFailures; // written as a plain formula instead
+        }
         if (!c.formula.isEmpty()) {
             const QByteArray f = c.formula.toUtf8();
             if (c.type == XlsxCell::String || c.type == XlsxCell::Error)
@@ -606,6 +630,79 @@ struct XlsxDocument::Private {
         return true;
     }
 
+    bool visible(const Sheet& s) const { return s.visibility == XlsxWorkbookReader::SheetInfo::Visible; }
+
+    // Hidden sheets stay hidden, and the workbook opens on the sheet it opened on, with
+    // the same tab first in the tab bar. It always opens on a visible sheet: the first one
+    // when that sheet is hidden or gone, and if every sheet is hidden the one it opened on
+    // is shown again.
+    void writeWorkbookView()
+    {
+        int active = -1;
+        for (size_t i = 0; i < sheets.size() && active < 0; ++i) {
+            if (sheets[i].opensOn && visible(sheets[i]))
+                active = int(i);
+        }
+        for (size_t i = 0; i < sheets.size() && active < 0; ++i) {
+            if (visible(sheets[i]))
+                active = int(i);
+        }
+        if (active < 0) {
+            active = 0;
+            for (size_t i = 0; i < sheets.size(); ++i) {
+                if (sheets[i].opensOn)
+                    active = int(i);
+            }
+            qCWarning(lcTables).noquote() << "XlsxDocument::save" << "every sheet is hidden; sheet"
+                                          << sheets[size_t(active)].name << "is shown";
+            sheets[size_t(active)].visibility = XlsxWorkbookReader::SheetInfo::Visible;
+        }
+        for (Sheet& s : sheets) {
+            if (visible(s))
+                continue;
+            if (s.visibility == XlsxWorkbookReader::SheetInfo::VeryHidden)
+                qCDebug(lcTables).noquote() << "XlsxDocument::save" << "sheet" << s.name
+                                            << "is hidden as an ordinary hidden sheet: the writer has no other kind";
+            worksheet_hide(s.ws);
+        }
+        worksheet_activate(sheets[size_t(active)].ws);
+        // A hidden first tab hands its place on to the next visible one.
+        bool first = false;
+        for (Sheet& s : sheets) {
+            first = first || s.firstTab;
+            if (first && visible(s)) {
+                worksheet_set_first_sheet(s.ws);
+                break;
+            }
+        }
+    }
+
+    void writeNames()
+    {
+        int refused = 0;
+        auto define = [&](lxw_worksheet* ws, const QString& sheet, const XlsxWorkbookReader::DefinedName& name) {
+            QString why;
+            const XlsxNameWriter::Outcome outcome = XlsxNameWriter::define(wb, ws, sheet, name, why);
+            if (outcome == XlsxNameWriter::BuiltInLeftOut) {
+                qCDebug(lcTables).noquote() << "XlsxDocument::save" << "built-in name left out:" << name.name << name.formula
+                                            << "-" << why;
+            } else if (outcome == XlsxNameWriter::Refused && ++refused <= kNamesLogged) {
+                const QString scope = sheet.isEmpty() ? QString() : QStringLiteral(" of sheet ") + sheet;
+                qCWarning(lcTables).noquote() << "XlsxDocument::save" << "defined name left out:" << name.name + scope << "-"
+                                              << why;
+            }
+        };
+        for (Sheet& s : sheets) {
+            for (const XlsxWorkbookReader::DefinedName& name : s.names)
+                define(s.ws, s.name, name);
+        }
+        for (const XlsxWorkbookReader::DefinedName& name : names)
+            define(nullptr, QString(), name);
+        if (refused > kNamesLogged)
+            qCWarning(lcTables).noquote() << "XlsxDocument::save" << refused - kNamesLogged << "more defined names left out";
+    }
+    static constexpr int kNamesLogged = 20;
+
     void finishSheet(Sheet& s)
     {
         if (!s.ws)
@@ -614,7 +711,7 @@ struct XlsxDocument::Private {
         writeColumns(s);
         if (s.layoutFailures > 0)
             qCWarning(lcTables).noquote() << "XlsxDocument::save" << s.layoutFailures
-                                          << "row options, merged ranges or hyperlinks the writer refused are left out of sheet"
+                                          << "row options, merged ranges, hyperlinks or array ranges the writer refused are left out of sheet"
                                           << s.name;
     }
 };
@@ -632,15 +729,32 @@ XlsxDocument::XlsxDocument(const QString& fileName)
             return;
         }
         d->oldStyles = reader.styles();
+        std::vector<std::vector<XlsxWorkbookReader::DefinedName>> localNames(size_t(reader.sheets().size()));
+        for (const XlsxWorkbookReader::DefinedName& name : reader.definedNames()) {
+            if (name.sheet < 0)
+                d->names.push_back(name);
+            else
+                localNames[size_t(name.sheet)].push_back(name);
+        }
+        bool firstTabPending = false;
         for (int i = 0; i < reader.sheets().size(); ++i) {
             const XlsxWorkbookReader::SheetInfo& info = reader.sheets().at(i);
+            firstTabPending = firstTabPending || i == reader.firstTab();
             if (info.chart) {
                 qCWarning(lcTables).noquote() << "XlsxDocument::XlsxDocument" << "chart sheet not kept:" << info.name;
+                if (!localNames[size_t(i)].empty())
+                    qCDebug(lcTables).noquote() << "XlsxDocument::XlsxDocument" << "names local to chart sheet" << info.name
+                                                << "left out:" << localNames[size_t(i)].size();
                 continue;
             }
             LoadVisitor visitor(d->oldStyles);
             Private::Sheet sheet;
             sheet.name = info.name;
+            sheet.visibility = info.visibility;
+            sheet.opensOn = i == reader.currentSheet();
+            sheet.firstTab = firstTabPending;
+            firstTabPending = false;
+            sheet.names = std::move(localNames[size_t(i)]);
             if (!reader.readSheet(i, visitor, err, &sheet.layout)) {
                 m_loadError = err;
                 d->sheets.clear();
@@ -658,7 +772,11 @@ XlsxDocument::XlsxDocument(const QString& fileName)
             sheet.oldCells = std::move(visitor.cells);
             d->sheets.push_back(std::move(sheet));
         }
-        d->current = reader.currentSheet() >= 0 ? qMin(reader.currentSheet(), int(d->sheets.size()) - 1) : 0;
+        d->current = 0;
+        for (size_t i = 0; i < d->sheets.size(); ++i) {
+            if (d->sheets[i].opensOn)
+                d->current = int(i);
+        }
     }
     if (d->sheets.empty()) {
         Private::Sheet sheet;
@@ -783,6 +901,10 @@ bool XlsxDocument::save()
         else
             d->releaseHeld(s);
         d->finishSheet(s);
+    }
+    if (ok) {
+        d->writeWorkbookView();
+        d->writeNames();
     }
     const lxw_error e = workbook_close(d->wb);
     d->wb = nullptr;

@@ -24,9 +24,11 @@ struct XlsxWriteFormat {
 // with them), so rows must arrive in ascending order per sheet. Opening an existing file
 // loads its sheets; saving rewrites the workbook with those sheets kept in their order and
 // the new rows merged in. Kept of each sheet: its cells with their formats (number format,
-// font, fill, borders, alignment), row heights and hidden rows, column widths, formats and
-// hidden columns, merged ranges, the frozen pane and hyperlinks. The result is written
-// beside the target and renamed over it.
+// font, fill, borders, alignment), formulas (array formulas over their ranges), row heights
+// and hidden rows, column widths, formats and hidden columns, merged ranges, the frozen
+// pane, hyperlinks, the print area and print titles. Kept of the workbook: hidden sheets
+// (a very hidden one becomes an ordinary hidden one), the sheet it opens on and the first
+// tab, and its defined names. The result is written beside the target and renamed over it.
 class XlsxDocument
 {
 public:

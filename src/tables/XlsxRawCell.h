@@ -19,6 +19,10 @@ struct XlsxRawCell {
     int sharedIndex = -1;
     Kind kind = Empty;
     bool hasFormula = false;
+    // An array formula: the last row and column of the range it fills, which starts at
+    // this cell; 0 for any other cell.
+    int arrayLastRow = 0;
+    int arrayLastCol = 0;
     const char* value = "";
     int valueLen = 0;
     const char* formula = "";

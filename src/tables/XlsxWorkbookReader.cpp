@@ -21,6 +21,7 @@
 #include <system_error>
 #include <thread>
 #include <unordered_map>
+#include <vector>
 
 namespace {
 
@@ -67,10 +68,20 @@ public:
     struct Entry {
         QString name;
         QString relId;
+        XlsxWorkbookReader::SheetInfo::Visibility visibility = XlsxWorkbookReader::SheetInfo::Visible;
+    };
+    struct Name {
+        QString name;
+        std::string formula;
+        int localSheet = -1; // -1: none given; -2: given but not a sheet number
+        bool hidden = false;
     };
     QVector<Entry> sheets;
+    std::vector<Name> names;
+    int namesLeftOut = 0;
     bool date1904 = false;
     int activeTab = 0;
+    int firstSheet = 0;
 
     void startElement(const char* name, const char** atts) override
     {
@@ -82,7 +93,13 @@ public:
             }
             const char* n = XlsxXmlReader::attribute(atts, "name");
             const char* id = XlsxXmlReader::attribute(atts, "id");
-            sheets.append({n ? QString::fromUtf8(n) : QString(), id ? QString::fromUtf8(id) : QString()});
+            const char* state = XlsxXmlReader::attribute(atts, "state");
+            Entry entry{n ? QString::fromUtf8(n) : QString(), id ? QString::fromUtf8(id) : QString()};
+            if (state && std::strcmp(state, "hidden") == 0)
+                entry.visibility = XlsxWorkbookReader::SheetInfo::Hidden;
+            else if (state && std::strcmp(state, "veryHidden") == 0)
+                entry.visibility = XlsxWorkbookReader::SheetInfo::VeryHidden;
+            sheets.append(entry);
         } else if (std::strcmp(name, "workbookPr") == 0) {
             // Only the workbook's own properties count: later versions of Excel add
             // properties of the same name inside extensions, without the date system.
@@ -90,15 +107,63 @@ public:
             if (v)
                 date1904 = std::strcmp(v, "1") == 0 || std::strcmp(v, "true") == 0;
         } else if (std::strcmp(name, "workbookView") == 0) {
+            // The first view is the one the workbook opens in.
+            if (m_viewSeen)
+                return;
+            m_viewSeen = true;
             if (const char* v = XlsxXmlReader::attribute(atts, "activeTab"))
                 activeTab = std::atoi(v);
+            if (const char* v = XlsxXmlReader::attribute(atts, "firstSheet"))
+                firstSheet = std::atoi(v);
+        } else if (m_depth == 3 && std::strcmp(name, "definedName") == 0) {
+            startName(atts);
         }
     }
-    void endElement(const char*) override { --m_depth; }
-    void characters(const char*, int) override {}
+    void endElement(const char*) override
+    {
+        if (m_inName && m_depth == 3)
+            m_inName = false;
+        --m_depth;
+    }
+    void characters(const char* text, int len) override
+    {
+        if (!m_inName)
+            return;
+        std::string& formula = names.back().formula;
+        if (formula.size() + size_t(len) > size_t(XlsxWorkbookReader::kMaxDefinedNameBytes)) {
+            names.pop_back();
+            ++namesLeftOut;
+            m_inName = false;
+            return;
+        }
+        formula.append(text, size_t(len));
+    }
 
 private:
+    void startName(const char** atts)
+    {
+        const char* n = XlsxXmlReader::attribute(atts, "name");
+        if (!n || !*n || names.size() >= size_t(XlsxWorkbookReader::kMaxDefinedNames)) {
+            ++namesLeftOut;
+            return;
+        }
+        Name entry;
+        entry.name = QString::fromUtf8(n);
+        if (const char* local = XlsxXmlReader::attribute(atts, "localSheetId")) {
+            bool ok = false;
+            entry.localSheet = QByteArray(local).toInt(&ok);
+            if (!ok || entry.localSheet < 0)
+                entry.localSheet = -2;
+        }
+        if (const char* hidden = XlsxXmlReader::attribute(atts, "hidden"))
+            entry.hidden = std::strcmp(hidden, "1") == 0 || std::strcmp(hidden, "true") == 0;
+        names.push_back(std::move(entry));
+        m_inName = true;
+    }
+
     int m_depth = 0;
+    bool m_viewSeen = false;
+    bool m_inName = false;
 };
 
 class SharedStringsHandler : public XlsxXmlHandler
@@ -206,6 +271,8 @@ public:
         m_cell.col = r.col;
         m_cell.style = r.style;
         m_cell.hasFormula = r.hasFormula;
+        m_cell.arrayLastRow = r.arrayLastRow;
+        m_cell.arrayLastCol = r.arrayLastCol;
         if (r.hasFormula)
             m_cell.formula = QString::fromUtf8(r.formula, r.formulaLen);
         else
@@ -299,9 +366,15 @@ public:
                 m_cell.hasFormula = true;
                 m_capture = &m_formula;
                 m_formula.clear();
-                const char* t = XlsxXmlReader::attribute(atts, "t");
-                const char* si = t && std::strcmp(t, "shared") == 0 ? XlsxXmlReader::attribute(atts, "si") : nullptr;
-                m_sharedFormula = si && *si >= '0' && *si <= '9' ? toInt(si) : -1;
+                m_sharedFormula = -1;
+                if (const char* t = XlsxXmlReader::attribute(atts, "t")) {
+                    if (std::strcmp(t, "shared") == 0) {
+                        const char* si = XlsxXmlReader::attribute(atts, "si");
+                        m_sharedFormula = si && *si >= '0' && *si <= '9' ? toInt(si) : -1;
+                    } else if (std::strcmp(t, "array") == 0) {
+                        startArray(XlsxXmlReader::attribute(atts, "ref"));
+                    }
+                }
             }
             return;
         case 't':
@@ -409,10 +482,25 @@ private:
             m_layout->addColumn(first, last, atts);
     }
 
+    // An array formula fills the range its cell starts; a range that starts elsewhere or
+    // makes no sense leaves the formula to its own cell.
+    Q_NEVER_INLINE void startArray(const char* ref)
+    {
+        m_cell.arrayLastRow = m_cell.row;
+        m_cell.arrayLastCol = m_cell.col;
+        XlsxSheetLayout::Range range;
+        if (ref && XlsxSheetLayout::parseRange(ref, range) && range.firstRow == m_cell.row && range.firstCol == m_cell.col) {
+            m_cell.arrayLastRow = range.lastRow;
+            m_cell.arrayLastCol = range.lastCol;
+        }
+    }
+
     void startCell(const char** atts)
     {
         m_inCell = true;
         m_cell.hasFormula = false;
+        m_cell.arrayLastRow = 0;
+        m_cell.arrayLastCol = 0;
         m_sharedFormula = -1;
         m_cell.style = -1;
         m_value.clear();
@@ -645,6 +733,7 @@ bool XlsxWorkbookReader::open(const QString& fileName, QString& err)
     for (const WorkbookHandler::Entry& entry : qAsConst(workbook.sheets)) {
         SheetInfo info;
         info.name = entry.name;
+        info.visibility = entry.visibility;
         auto rel = rels.byId.constFind(entry.relId);
         if (rel != rels.byId.constEnd()) {
             info.chart = typeIs(rel->type, "chartsheet") || typeIs(rel->type, "dialogsheet");
@@ -652,6 +741,26 @@ bool XlsxWorkbookReader::open(const QString& fileName, QString& err)
         }
         m_sheets.append(info);
     }
+    m_names.clear();
+    int namesLeftOut = workbook.namesLeftOut;
+    for (const WorkbookHandler::Name& n : workbook.names) {
+        if (n.localSheet == -2 || n.localSheet >= m_sheets.size()) {
+            ++namesLeftOut; // local to a sheet the workbook does not have
+            continue;
+        }
+        DefinedName name;
+        name.name = n.name;
+        name.formula = QString::fromUtf8(n.formula.data(), int(n.formula.size()));
+        if (name.formula.startsWith(QLatin1Char('=')))
+            name.formula.remove(0, 1);
+        name.sheet = n.localSheet;
+        name.hidden = n.hidden;
+        m_names.append(name);
+    }
+    if (namesLeftOut > 0)
+        qCWarning(lcTables).noquote() << "XlsxWorkbookReader::open" << namesLeftOut
+                                      << "defined names that are too long, too many or local to no sheet are left out";
+    m_firstTab = workbook.firstSheet >= 0 && workbook.firstSheet < m_sheets.size() ? workbook.firstSheet : 0;
     m_current = -1;
     if (workbook.activeTab >= 0 && workbook.activeTab < m_sheets.size() && !m_sheets.at(workbook.activeTab).chart)
         m_current = workbook.activeTab;

@@ -21,6 +21,10 @@ struct XlsxCell {
     QByteArray rawNumber() const { return QByteArray(raw, rawLen); }
     bool hasFormula = false;
     QString formula;     // a cell of a formula filled over a range gets its own, moved, text
+    // An array formula: the last row and column of the range it fills, which starts at
+    // this cell; 0 for any other cell (the other cells of the range hold plain values).
+    int arrayLastRow = 0;
+    int arrayLastCol = 0;
     int style = -1;      // cell format index; -1 when neither the cell nor its column has one
     bool isoDate = false; // String: the text is an ISO 8601 date and/or time (see dateTimeFromIso)
 };
@@ -44,9 +48,18 @@ class XlsxWorkbookReader
 {
 public:
     struct SheetInfo {
+        enum Visibility { Visible, Hidden, VeryHidden };
         QString name;
         QString part;     // package part, empty when the workbook names none
         bool chart = false;
+        Visibility visibility = Visible;
+    };
+    // A name the workbook defines, as it is stored.
+    struct DefinedName {
+        QString name;    // "_xlnm.Print_Area" and the like for the built-in ones
+        QString formula; // without a leading '='
+        int sheet = -1;  // the sheet (index into sheets()) a local name belongs to; -1: the whole workbook
+        bool hidden = false;
     };
 
     bool open(const QString& fileName, QString& err);
@@ -55,6 +68,9 @@ public:
     QStringList sheetNames() const;
     // The sheet the workbook opens on (a worksheet), or -1.
     int currentSheet() const { return m_current; }
+    // The sheet whose tab comes first in the tab bar as the workbook opens (index into sheets()).
+    int firstTab() const { return m_firstTab; }
+    const QVector<DefinedName>& definedNames() const { return m_names; }
     bool is1904() const { return m_1904; }
     const XlsxStyles& styles() const { return m_styles; }
 
@@ -84,6 +100,10 @@ public:
 
     static constexpr int kMaxRows = 1048576;
     static constexpr int kMaxColumns = 16384;
+    // Defined names beyond these bounds are left out. (A rewrite's writer takes longer for
+    // each name the more there are: ten thousand cost it about half a second.)
+    static constexpr int kMaxDefinedNames = 10000;
+    static constexpr int kMaxDefinedNameBytes = 32767;
 
 private:
     bool loadSharedStrings(QString& err);
@@ -96,5 +116,7 @@ private:
     bool m_sharedStringsLoaded = false;
     XlsxStyles m_styles;
     int m_current = -1;
+    int m_firstTab = 0;
+    QVector<DefinedName> m_names;
     bool m_1904 = false;
 };

@@ -1,6 +1,6 @@
 // Workbooks as other programs write them: date systems, escaped characters, rows stored
 // out of order, unusual part names and encodings, date cells, formulas filled over a
-// range, and numbers read under a locale that writes decimals with a comma.
+// range, array formulas, and numbers read under a locale that writes decimals with a comma.
 #include "VantorUtils.h"
 #include "tables/XlsxWorkbookReader.h"
 
@@ -317,6 +317,49 @@ private slots:
         QCOMPARE(values.value("B4"), QStringLiteral("=A4*2+$A$2"));
         QCOMPARE(values.value("D2"), QStringLiteral("=SUM(B2:B$4)&\"A2\""));
         QCOMPARE(values.value("A5"), QStringLiteral("9"));
+    }
+
+    void arrayFormulaRanges_data()
+    {
+        QTest::addColumn<QByteArray>("formula"); // the formula element of C2
+        QTest::addColumn<int>("lastRow");
+        QTest::addColumn<int>("lastCol");
+        QTest::newRow("a range") << QByteArray("<f t=\"array\" ref=\"C2:D4\">A1:B3*2</f>") << 4 << 4;
+        QTest::newRow("its own cell") << QByteArray("<f t=\"array\" ref=\"C2\">SUM(A1:A3*2)</f>") << 2 << 3;
+        QTest::newRow("no range given") << QByteArray("<f t=\"array\">A1</f>") << 2 << 3;
+        QTest::newRow("a range that starts elsewhere") << QByteArray("<f t=\"array\" ref=\"B1:D4\">A1</f>") << 2 << 3;
+        QTest::newRow("a malformed range") << QByteArray("<f t=\"array\" ref=\"C2:\">A1</f>") << 2 << 3;
+        QTest::newRow("a shared formula") << QByteArray("<f t=\"shared\" ref=\"C2:C4\" si=\"0\">A1</f>") << 0 << 0;
+        QTest::newRow("a plain formula") << QByteArray("<f>A1</f>") << 0 << 0;
+    }
+
+    void arrayFormulaRanges()
+    {
+        // The range reaches the cell whether the sheet is parsed in place or alongside, and
+        // the next cell is a plain one again.
+        QFETCH(QByteArray, formula);
+        QFETCH(int, lastRow);
+        QFETCH(int, lastCol);
+        struct Ranges : XlsxCellVisitor {
+            QMap<QString, QPair<int, int>> byCell;
+            void cell(const XlsxCell& c) override
+            {
+                byCell.insert(QStringLiteral("%1,%2").arg(c.row).arg(c.col), {c.arrayLastRow, c.arrayLastCol});
+            }
+        };
+        for (const int padding : {0, int(XlsxWorkbookReader::kPipelineBytes)}) {
+            const QString path = package(
+                {{"xl/worksheets/sheet1.xml",
+                  sheet("<row r=\"1\"><c r=\"A1\"><v>1</v></c></row>" + QByteArray(padding, ' ') + "<row r=\"2\"><c r=\"C2\">"
+                        + formula + "<v>2</v></c><c r=\"D2\"><v>3</v></c></row>")}});
+            XlsxWorkbookReader reader;
+            Ranges ranges;
+            QString err;
+            QVERIFY(reader.open(path, err));
+            QVERIFY(reader.readSheet(0, ranges, err));
+            QCOMPARE(ranges.byCell.value("2,3"), qMakePair(lastRow, lastCol));
+            QCOMPARE(ranges.byCell.value("2,4"), qMakePair(0, 0));
+        }
     }
 
     void numbersIgnoreTheLocale()

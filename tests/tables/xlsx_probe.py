@@ -4,7 +4,11 @@
   xlsx_probe.py dump FILE   prints every sheet's cells, formats, fonts and widths as JSON
   xlsx_probe.py layout FILE prints what the first sheet holds besides values: cell looks,
                             merged ranges, rows, hidden columns, the pane, hyperlinks
+  xlsx_probe.py book FILE   prints what the workbook holds besides its sheets' cells: sheet
+                            states, the sheet it opens on, defined names, print settings,
+                            array formulas, and the first sheet's values and cached results
   xlsx_probe.py make DIR    writes the test workbooks and broken packages into DIR
+  xlsx_probe.py make-book FILE  writes a workbook with hidden sheets, names and arrays
 """
 import datetime
 import io
@@ -78,6 +82,58 @@ def layout(path):
                   for row in ws.iter_rows() for c in row if c.hyperlink is not None},
     }
     print(json.dumps(out, ensure_ascii=False, default=str))
+
+
+def book(path):
+    import openpyxl
+    wb = openpyxl.load_workbook(path)
+    cached = openpyxl.load_workbook(path, data_only=True).worksheets[0]
+    first = wb.worksheets[0]
+    out = {
+        "sheets": [[ws.title, ws.sheet_state] for ws in wb.worksheets],
+        "active": wb.active.title,
+        "firstSheet": wb.views[0].firstSheet or 0,
+        "names": sorted(([n.name, n.localSheetId, n.attr_text] for n in wb.defined_names.definedName),
+                        key=lambda n: (n[0], str(n[1]))),
+        "print": {ws.title: [ws.print_area, ws.print_title_rows, ws.print_title_cols] for ws in wb.worksheets
+                  if ws.print_area or ws.print_title_rows or ws.print_title_cols},
+        "arrays": {ws.title + "!" + ref: a.get("ref") for ws in wb.worksheets
+                   for ref, a in ws.formula_attributes.items() if a.get("t") == "array"},
+        "values": {c.coordinate: c.value for row in first.iter_rows() for c in row if c.value is not None},
+        "cached": {c.coordinate: c.value for row in cached.iter_rows() for c in row if c.value is not None},
+    }
+    print(json.dumps(out, ensure_ascii=False, default=str))
+
+
+def make_book(path):
+    """Workbook-wide state a user sets up: hidden sheets, the sheet it opens on, names."""
+    import openpyxl
+    from openpyxl.workbook.defined_name import DefinedName
+    wb = openpyxl.Workbook()
+    ws = wb.active
+    ws.title = "Sheet1"  # where appended rows go
+    ws.append(["代码", "数量", "两倍"])
+    ws.append(["600000", 2, "=B2:B3*2"])
+    ws.append(["000001", 3, 6])
+    ws.formula_attributes["C2"] = {"t": "array", "ref": "C2:C3"}
+    ws["D1"] = "=SUM(B2:B3*B2:B3)"
+    ws.formula_attributes["D1"] = {"t": "array", "ref": "D1"}
+    ws.print_area = "A1:C20"
+    ws.print_title_rows = "1:1"
+    wb.create_sheet("参数").sheet_state = "hidden"
+    wb.create_sheet("内部").sheet_state = "veryHidden"
+    data = wb.create_sheet("My Data")
+    data["A1"] = 7
+    data.print_title_cols = "A:B"
+    wb.create_sheet("尾页")["A1"] = 8
+    wb.active = 3
+    wb.views[0].firstSheet = 2
+    wb.defined_names.append(DefinedName("Rate", attr_text="0.96"))
+    wb.defined_names.append(DefinedName("代码表", attr_text="Sheet1!$A$2:$A$3"))
+    wb.defined_names.append(DefinedName("Local", attr_text="'My Data'!$A$1", localSheetId=3))
+    wb.defined_names.append(DefinedName("Local", attr_text="Sheet1!$B$2", localSheetId=0))
+    wb.defined_names.append(DefinedName("Secret", attr_text="'参数'!$A$1", localSheetId=1, hidden=True))
+    wb.save(path)
 
 
 def make_styled(d):
@@ -249,6 +305,10 @@ if __name__ == "__main__":
         dump(sys.argv[2])
     elif sys.argv[1] == "layout":
         layout(sys.argv[2])
+    elif sys.argv[1] == "book":
+        book(sys.argv[2])
+    elif sys.argv[1] == "make-book":
+        make_book(sys.argv[2])
     else:
         make_basic(sys.argv[2])
         make_styled(sys.argv[2])
