@@ -47,7 +47,8 @@ signals:
     void bufferTimeOut();
 
 private:
-    void startInterval();
+    // Asks the buffer's thread to start the interval for values stored from another thread.
+    void requestInterval();
     void stopInterval();
     // Run on the buffer's thread for calls that came from other threads.
     Q_INVOKABLE void startPostedInterval();

@@ -95,7 +95,9 @@ public:
     // Creates a one-shot timer for `obj` when `timerId` is empty and writes its id ("0",
     // "1", ... per object) into `timerId`; then starts the named timer for `msec` unless it
     // is already running (a running timer keeps its first deadline). `obj` must also be a
-    // QObject; the timer is its child and fires on its thread.
+    // QObject; the timer is its child and fires on its thread. Called from another thread,
+    // both functions answer at once and the object's thread makes, starts or stops the
+    // timer when it next handles its events (nothing happens if the object is gone by then).
     static void OnceTimer(int msec, IOnceTimerBase* obj, QString& timerId);
     // Stops the named timer of `obj`; true if such a timer was found.
     static bool StopOnceTimer(IOnceTimerBase* obj, const QString& timerId);

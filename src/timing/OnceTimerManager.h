@@ -7,11 +7,15 @@
 #include <QObject>
 #include <QReadWriteLock>
 
+#include <functional>
+
 class QTimer;
 
 // The process-wide registry of one-shot timers behind VantorUtils::OnceTimer and
 // VantorUtils::StopOnceTimer. Each object gets its own list of timers; a timer's id is
 // its index in that list ("0", "1", ...), meaningful only together with its object.
+// Both calls may come from any thread; the timers are made, started and stopped on the
+// thread of their object.
 class OnceTimerManager : public QObject
 {
     Q_OBJECT
@@ -27,6 +31,13 @@ public:
 private:
     OnceTimerManager();
     ~OnceTimerManager() override;
+
+    // Runs `work` now when called on the object's thread, otherwise posts it there (it is
+    // dropped if the object is destroyed first).
+    void onObjectThread(QObject* owner, const std::function<void()>& work);
+    QTimer* timerAt(IOnceTimerBase* obj, int index);
+    // The timer of that index, made on its first start; only on the object's thread.
+    QTimer* ownTimer(QObject* owner, IOnceTimerBase* obj, int index);
 
     QReadWriteLock m_lock;
     QMap<IOnceTimerBase*, QList<QTimer*>> m_timers;

@@ -4,8 +4,18 @@
 #include <QReadWriteLock>
 #include "VantorLogging.h"
 #include "VantorUtils.h"
+#include "timing/DelayBufferAppendSeam.h"
 
 #include <QThread>
+
+namespace {
+std::atomic<DelayBufferAppendSeam::Hook> g_appendHook{nullptr};
+} // namespace
+
+void DelayBufferAppendSeam::setHook(Hook hook)
+{
+    g_appendHook.store(hook, std::memory_order_release);
+}
 
 VantorDelayBuffer::VantorDelayBuffer(QObject* parent, int interval)
     : QObject(parent)
@@ -16,14 +26,13 @@ VantorDelayBuffer::VantorDelayBuffer(QObject* parent, int interval)
 
 VantorDelayBuffer::~VantorDelayBuffer() = default;
 
-void VantorDelayBuffer::startInterval()
+void VantorDelayBuffer::requestInterval()
 {
-    if (QThread::currentThread() == thread()) {
-        VantorUtils::OnceTimer(m_interval, this, m_timerId);
-        return;
-    }
-    // The timer may only be started on the buffer's thread. One posted start is enough
-    // for a whole burst of appends from other threads.
+    if (DelayBufferAppendSeam::Hook hook = g_appendHook.load(std::memory_order_acquire))
+        hook(this);
+    // The timer may only be started on the buffer's thread. One posted start serves every
+    // append made before it runs: each append stores its values before it looks at the
+    // flag, so a start that is still pending will find them.
     if (!m_startPosted.exchange(true))
         QMetaObject::invokeMethod(this, "startPostedInterval", Qt::QueuedConnection);
 }
@@ -31,7 +40,11 @@ void VantorDelayBuffer::startInterval()
 void VantorDelayBuffer::startPostedInterval()
 {
     m_startPosted.store(false);
-    VantorUtils::OnceTimer(m_interval, this, m_timerId);
+    // The values that asked for this start may have been taken (or cleared) meanwhile; an
+    // interval for an empty buffer would only signal an empty batch.
+    QMutexLocker locker(&m_mutex);
+    if (!m_items.isEmpty())
+        VantorUtils::OnceTimer(m_interval, this, m_timerId);
 }
 
 void VantorDelayBuffer::stopInterval()
@@ -50,18 +63,33 @@ void VantorDelayBuffer::stopPostedInterval()
         VantorUtils::StopOnceTimer(this, m_timerId);
 }
 
+// On the buffer's own thread the interval is started first and the value stored after;
+// from any other thread the value is stored first and the start is then asked of the
+// buffer's thread, so that no value can land after the batch it counted on was taken.
 void VantorDelayBuffer::AppendItem(const QVariant& item)
 {
-    startInterval();
-    QMutexLocker locker(&m_mutex);
-    m_items.append(item);
+    const bool ownThread = QThread::currentThread() == thread();
+    if (ownThread)
+        VantorUtils::OnceTimer(m_interval, this, m_timerId);
+    {
+        QMutexLocker locker(&m_mutex);
+        m_items.append(item);
+    }
+    if (!ownThread)
+        requestInterval();
 }
 
 void VantorDelayBuffer::AppendItems(const QList<QVariant>& items)
 {
-    startInterval();
-    QMutexLocker locker(&m_mutex);
-    m_items.append(items);
+    const bool ownThread = QThread::currentThread() == thread();
+    if (ownThread)
+        VantorUtils::OnceTimer(m_interval, this, m_timerId);
+    {
+        QMutexLocker locker(&m_mutex);
+        m_items.append(items);
+    }
+    if (!ownThread)
+        requestInterval();
 }
 
 QList<QVariant> VantorDelayBuffer::GetBufferItems()

@@ -1,16 +1,29 @@
 #include "VantorStatisticAssist.h"
 
+#include "VantorLogging.h"
+
 #include <algorithm>
+#include <cmath>
 #include <limits>
+#include <numeric>
 
 namespace {
 constexpr double kTolerance = 1e-10;
 constexpr double kLowest = std::numeric_limits<double>::lowest();
 constexpr double kLargest = std::numeric_limits<double>::max();
+
+// A negative window length has no meaning; it is taken as an unbounded window.
+int checkedMaxCount(int maxCount, const char* function)
+{
+    if (maxCount >= 0)
+        return maxCount;
+    qCWarning(lcTiming).noquote() << function << "negative window length" << maxCount << "taken as unbounded";
+    return 0;
+}
 } // namespace
 
 VantorStatisticAssist::VantorStatisticAssist(int maxCount, int validMinCount)
-    : m_maxCount(std::max(maxCount, 0))
+    : m_maxCount(checkedMaxCount(maxCount, "VantorStatisticAssist::VantorStatisticAssist"))
     , m_validMinCount(std::min(m_maxCount, validMinCount))
     , m_max(kLowest)
     , m_min(kLargest)
@@ -24,6 +37,10 @@ void VantorStatisticAssist::AppendData(double value)
         removed = m_data.takeFirst();
     m_data.append(value);
     m_sum += value - removed;
+    // A NaN or an infinity poisons the running sum even after it left the window; then
+    // the sum is taken afresh from the window until it is finite again.
+    if (!std::isfinite(m_sum))
+        m_sum = std::accumulate(m_data.cbegin(), m_data.cend(), 0.0);
     m_avg = m_sum / m_data.size();
     recalcMinMaxValue(value, removed);
 }
@@ -62,7 +79,7 @@ bool VantorStatisticAssist::IsQueueFull() const
 
 void VantorStatisticAssist::SetMaxCount(int maxCount)
 {
-    m_maxCount = std::max(maxCount, 0);
+    m_maxCount = checkedMaxCount(maxCount, "VantorStatisticAssist::SetMaxCount");
 }
 
 void VantorStatisticAssist::SetValidMinCount(int validMinCount)

@@ -5,6 +5,8 @@
 #include <QTimer>
 #include <QtTest>
 
+#include <thread>
+
 namespace {
 
 // Records every id it is called back with.
@@ -12,8 +14,13 @@ class Client : public QObject, public IOnceTimerBase
 {
 public:
     using QObject::QObject;
-    void timeout(const QString& timerId) override { fired.append(timerId); }
+    void timeout(const QString& timerId) override
+    {
+        fired.append(timerId);
+        firedOn.append(QThread::currentThread());
+    }
     QStringList fired;
+    QList<QThread*> firedOn;
 };
 
 // Implements the callback without being a QObject.
@@ -56,23 +63,28 @@ private slots:
     {
         Client c;
         QString id;
-        VantorUtils::OnceTimer(400, &c, id);
+        VantorUtils::OnceTimer(60000, &c, id);
         QTimer* timer = timerOf(&c, 0);
         QVERIFY(timer);
         QVERIFY(timer->isActive());
-        QTRY_VERIFY(timer->remainingTime() < 300);
+        QTRY_VERIFY(timer->remainingTime() <= 59900);
 
         // A second call while it runs keeps the first deadline and interval.
-        VantorUtils::OnceTimer(5000, &c, id);
-        QCOMPARE(id, QStringLiteral("0"));
-        QVERIFY(timer->remainingTime() < 300);
-        QCOMPARE(timer->interval(), 400);
-        QTRY_COMPARE(c.fired, QStringList{"0"});
-
-        // After it fired, the same id starts it again, with the new interval.
         VantorUtils::OnceTimer(30, &c, id);
-        QVERIFY(timer->isActive());
+        QCOMPARE(id, QStringLiteral("0"));
+        QVERIFY(timer->remainingTime() > 30000);
+        QVERIFY(timer->remainingTime() <= 59900);
+        QCOMPARE(timer->interval(), 60000);
+
+        // Once it no longer runs, stopped or fired, the same id starts it with the new
+        // interval.
+        QVERIFY(VantorUtils::StopOnceTimer(&c, id));
+        VantorUtils::OnceTimer(30, &c, id);
         QCOMPARE(timer->interval(), 30);
+        QTRY_COMPARE(c.fired, QStringList{"0"});
+        VantorUtils::OnceTimer(20, &c, id);
+        QVERIFY(timer->isActive());
+        QCOMPARE(timer->interval(), 20);
         QTRY_COMPARE(c.fired, (QStringList{"0", "0"}));
         QCOMPARE(c.findChildren<QTimer*>().size(), 1);
     }
@@ -135,6 +147,47 @@ private slots:
         delete c;
         // The timers died with the object; the registry must not reach for them.
         QVERIFY(!VantorUtils::StopOnceTimer(key, id));
+    }
+
+    // Another thread gets its ids at once; the timers are made, fired and stopped on the
+    // object's thread, as the object's children.
+    void callsFromAnotherThread()
+    {
+        Client c;
+        QString first, second;
+        std::thread([&]() {
+            VantorUtils::OnceTimer(20, &c, first);
+            VantorUtils::OnceTimer(60000, &c, second);
+        }).join();
+        QCOMPARE(first, QStringLiteral("0"));
+        QCOMPARE(second, QStringLiteral("1"));
+        QTRY_COMPARE(c.fired, QStringList{"0"});
+        QCOMPARE(c.firedOn, QList<QThread*>{c.thread()});
+        QCOMPARE(c.findChildren<QTimer*>().size(), 2);
+
+        QTimer* running = timerOf(&c, 1);
+        QVERIFY(running && running->isActive());
+        bool stopped = false;
+        std::thread([&]() { stopped = VantorUtils::StopOnceTimer(&c, second); }).join();
+        QVERIFY(stopped);
+        QCoreApplication::sendPostedEvents(&c, QEvent::MetaCall);
+        QVERIFY(!running->isActive());
+        // Stopped for the event loop too, not only in the timer's own bookkeeping.
+        QVERIFY(QAbstractEventDispatcher::instance()->registeredTimers(running).isEmpty());
+    }
+
+    // Work handed to the object's thread is dropped when the object dies first.
+    void objectGoneBeforeHandedWork()
+    {
+        auto c = new Client;
+        QString id;
+        std::thread([&]() { VantorUtils::OnceTimer(1, c, id); }).join();
+        QCOMPARE(id, QStringLiteral("0"));
+        delete c;
+        Client reference;
+        QString refId;
+        VantorUtils::OnceTimer(50, &reference, refId);
+        QTRY_COMPARE(reference.fired.size(), 1);
     }
 };
 

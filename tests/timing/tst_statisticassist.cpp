@@ -140,6 +140,48 @@ private slots:
         QVERIFY(!valid);
     }
 
+    // A NaN or an infinity spoils the figures only while it is in the window.
+    void nonFiniteSamples_data()
+    {
+        QTest::addColumn<QList<double>>("values"); // window of three
+        QTest::addColumn<double>("max");
+        QTest::addColumn<double>("min");
+        QTest::addColumn<double>("avg");
+        constexpr double nan = std::numeric_limits<double>::quiet_NaN();
+        constexpr double inf = std::numeric_limits<double>::infinity();
+        QTest::newRow("NaN left") << QList<double>{nan, 1, 2, 3} << 3.0 << 1.0 << 2.0;
+        QTest::newRow("NaN inside") << QList<double>{1, nan, 2} << 2.0 << 1.0 << nan;
+        QTest::newRow("infinity left") << QList<double>{inf, 1, 2, 3} << 3.0 << 1.0 << 2.0;
+        QTest::newRow("both infinities left") << QList<double>{inf, -inf, 2, 3, 4} << 4.0 << 2.0 << 3.0;
+        QTest::newRow("infinity inside") << QList<double>{1, inf, 2} << inf << 1.0 << inf;
+    }
+
+    void nonFiniteSamples()
+    {
+        QFETCH(QList<double>, values);
+        VantorStatisticAssist stat(3);
+        for (double v : qAsConst(values))
+            stat.AppendData(v);
+        QTEST(stat.GetMaxData(), "max");
+        QTEST(stat.GetMinData(), "min");
+        QTEST(stat.GetAvgData(), "avg");
+    }
+
+    // A negative length cannot be a window: it is taken as unbounded, with a warning.
+    void negativeLengthIsUnbounded()
+    {
+        QTest::ignoreMessage(QtWarningMsg, "VantorStatisticAssist::VantorStatisticAssist negative window length -3 taken as unbounded");
+        VantorStatisticAssist stat(-3, 2);
+        stat.AppendData(1);
+        QTest::ignoreMessage(QtWarningMsg, "VantorStatisticAssist::SetMaxCount negative window length -1 taken as unbounded");
+        stat.SetMaxCount(-1);
+        stat.AppendData(2);
+        stat.AppendData(3);
+        bool valid = false;
+        QCOMPARE(stat.GetAvgData(&valid), 2.0);
+        QVERIFY(valid);
+        QVERIFY(!stat.IsQueueFull());
+    }
 };
 
 QTEST_MAIN(TestStatisticAssist)
