@@ -7,6 +7,7 @@
 #include <QList>
 #include <QMap>
 #include <QObject>
+#include <QPointer>
 #include <QRunnable>
 #include <QString>
 #include <QVariant>
@@ -104,7 +105,9 @@ private:
     // Both flags are written by one thread and read by another once per attempt.
     std::atomic<bool> m_stopped{false};
     std::atomic<bool> m_running{false};
-    std::unique_ptr<LmPresenterClassMgr> m_presenterMgr;
+    // Made with the executor's parent, which may delete it first; the executor deletes it
+    // when it is still there.
+    QPointer<LmPresenterClassMgr> m_presenterMgr;
     QMap<QString, QVariant> m_queryCondition;
     QList<QMap<QString, QVariant>> m_queryListCondition;
     int m_retryCount = 0;

@@ -59,8 +59,10 @@ VantorBusiUtils_p::VantorBusiUtils_p()
         Vantor_Fields::SecurityProvideLoan::positionProp,
     };
 
-    loadSideUnionOrderDict();
-    loadSideUnionCondDict();
+    // The dictionaries' lines are the constructor's: they carry its file, line and function.
+    const QMessageLogger log(QT_MESSAGELOG_FILE, QT_MESSAGELOG_LINE, QT_MESSAGELOG_FUNC);
+    loadSideUnionOrderDict(log);
+    loadSideUnionCondDict(log);
 
     m_newBondQuotaOn = store->GetStaticCfgValue(Key::NewBondQuotaOn, Key::NewBondQuotaOn).toInt() == 1;
 
@@ -87,12 +89,12 @@ VantorBusiUtils_p::VariantDict VantorBusiUtils_p::sideUnionFields(const QStringL
 // Side unions read "side|entrustType|entrustProp[|positionEffect[|positionProp]]"; an empty
 // part leaves its field out. Keys beginning with "_" define references instead:
 // "selectorField_value:result&value:result...".
-void VantorBusiUtils_p::loadSideUnionOrderDict()
+void VantorBusiUtils_p::loadSideUnionOrderDict(const QMessageLogger& log)
 {
     const auto section = CDataBase::GetInstance()->GetStaticValuesBySection(
         VantorConstants::DictionaryKey::SideUnionOrderDict);
-    const auto warnBroken = [](const QString& key, const QString& raw) {
-        qCWarning(lcBusiness).noquote()
+    const auto warnBroken = [&log](const QString& key, const QString& raw) {
+        log.warning(lcBusiness()).noquote()
             << ctorName << QStringLiteral("SideUnionOrderDict配置损坏，字段%1缺失必要值，内容：%2").arg(key, raw);
     };
     for (auto it = section.cbegin(); it != section.cend(); ++it) {
@@ -126,21 +128,22 @@ void VantorBusiUtils_p::loadSideUnionOrderDict()
 }
 
 // Conditions may name as few fields as wanted, only the side for instance.
-void VantorBusiUtils_p::loadSideUnionCondDict()
+void VantorBusiUtils_p::loadSideUnionCondDict(const QMessageLogger& log)
 {
     const auto section = CDataBase::GetInstance()->GetStaticValuesBySection(
         VantorConstants::DictionaryKey::SideUnionCondDict);
     for (auto it = section.cbegin(); it != section.cend(); ++it) {
         const QStringList parts = it.value().split(QLatin1Char('|'));
         if (parts.size() > sideUnionMaxParts) {
-            qCWarning(lcBusiness).noquote()
+            log.warning(lcBusiness()).noquote()
                 << ctorName
                 << QStringLiteral("SideUnionCondDict配置损坏，字段%1缺失必要值，内容：%2").arg(it.key(), it.value());
             continue;
         }
         m_sideUnionCondDict.insert(it.key(), sideUnionFields(parts));
     }
-    qCDebug(lcBusiness).noquote() << ctorName << m_sideUnionCondDict;
+    if (lcBusiness().isDebugEnabled())
+        log.debug(lcBusiness()).noquote() << ctorName << m_sideUnionCondDict;
 }
 
 QString VantorBusiUtils_p::NormalizeSecurityExchange(QString exchange) const

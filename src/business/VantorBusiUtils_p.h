@@ -52,8 +52,8 @@ public:
     bool isNewBondQuotaOn() const { return m_newBondQuotaOn; }
 
 private:
-    void loadSideUnionOrderDict();
-    void loadSideUnionCondDict();
+    void loadSideUnionOrderDict(const QMessageLogger& log);
+    void loadSideUnionCondDict(const QMessageLogger& log);
     VariantDict sideUnionFields(const QStringList& parts) const;
 
     QMap<QString, QString> m_exchangeDict;

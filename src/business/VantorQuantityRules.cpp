@@ -3,6 +3,7 @@
 #include "VantorLogging.h"
 
 #include <algorithm>
+#include <climits>
 #include <cmath>
 #include <limits>
 
@@ -117,11 +118,17 @@ QList<qint64> VantorQuantityRules::GetSoldableQtyList(double total, const QList<
 
 QList<int> VantorQuantityRules::SplitBigNumIntoSmallNumList(qint64 total, int maxPiece, int minPiece)
 {
-    if (total <= maxPiece)
-        return {static_cast<int>(total)};
-    if (maxPiece <= 0) {
-        qCWarning(lcBusiness).noquote() << "VantorUtils::SplitBigNumIntoSmallNumList"
-                                        << QStringLiteral("单笔最大数量%1无效，不拆分").arg(maxPiece);
+    // A single piece must be an int itself; a total that is not has no answer but refusal.
+    const bool fitsInt = total >= INT_MIN && total <= INT_MAX;
+    if (total <= maxPiece || maxPiece <= 0) {
+        if (maxPiece <= 0)
+            qCWarning(lcBusiness).noquote() << "VantorUtils::SplitBigNumIntoSmallNumList"
+                                            << QStringLiteral("单笔最大数量%1无效，不拆分").arg(maxPiece);
+        if (!fitsInt) {
+            qCWarning(lcBusiness).noquote() << "VantorUtils::SplitBigNumIntoSmallNumList"
+                                            << QStringLiteral("数量%1超出单笔范围").arg(total);
+            return {};
+        }
         return {static_cast<int>(total)};
     }
     const qint64 n = total / maxPiece;

@@ -10,27 +10,40 @@
 
 #include <QThread>
 
+#include <climits>
+
 namespace {
 inline QString field(const char* name)
 {
     return QString::fromLatin1(name);
 }
+
+// Counts from the server are trusted only as far as an int goes.
+inline int saturated(qint64 value)
+{
+    return int(qBound(qint64(INT_MIN), value, qint64(INT_MAX)));
+}
 } // namespace
 
 IVantorQueryExecuteItem::IVantorQueryExecuteItem(QObject* parent)
     : QObject(parent)
-    , m_presenterMgr(std::make_unique<LmPresenterClassMgr>(parent))
+    , m_presenterMgr(new LmPresenterClassMgr(parent))
 {
     setAutoDelete(false);
 }
 
-IVantorQueryExecuteItem::~IVantorQueryExecuteItem() = default;
+IVantorQueryExecuteItem::~IVantorQueryExecuteItem()
+{
+    delete m_presenterMgr.data();
+}
 
 void IVantorQueryExecuteItem::run()
 {
     m_running.store(true, std::memory_order_relaxed);
     qCDebug(lcQuery).noquote() << "IVantorQueryExecuteItem::run" << objectName() << " start query";
-    if (!m_presenterMgr->presenterUnlocked() || !prepareMemory()) {
+    // The holder is gone when the parent it was made with was deleted before this executor.
+    LmPresenterClassMgr* const presenterMgr = m_presenterMgr.data();
+    if (!presenterMgr || !presenterMgr->presenterUnlocked() || !prepareMemory()) {
         m_running.store(false, std::memory_order_relaxed);
         return;
     }
@@ -57,7 +70,7 @@ void IVantorQueryExecuteItem::run()
         int pageNo = startPageNo();
         QString position = startPosStr();
         // One more than a page, so that the first check never ends a page-number query.
-        int totalSize = pageSize() + 1;
+        int totalSize = saturated(qint64(pageSize()) + 1);
         int rowsSoFar = 0;
         int rowsThisPage = pageSize();
         m_retryCount = 0;
@@ -87,9 +100,9 @@ void IVantorQueryExecuteItem::run()
             auto* msg = new CMessageCommon;
             msg->SetMsg(packer.GetPackedMsg(m_msgPackGroup));
             msg->SetType(id);
-            msg->SetSrcid(m_presenterMgr->pluginPid());
+            msg->SetSrcid(presenterMgr->pluginPid());
             QVariant reply;
-            const int result = m_presenterMgr->sendRequest(msg, reply, 0);
+            const int result = presenterMgr->sendRequest(msg, reply, 0);
 
             CUnPackMessageCommon unpacker;
             switch (result) {
@@ -121,7 +134,7 @@ void IVantorQueryExecuteItem::run()
                         if (preProcessData(row))
                             rows.append(row);
                     }
-                    rowsSoFar += rowsThisPage;
+                    rowsSoFar = saturated(qint64(rowsSoFar) + rowsThisPage);
                     if (mode == 0)
                         ++pageNo;
                     resetQueryStatus();
@@ -415,7 +428,8 @@ bool IVantorQueryExecuteItem::isRunning() const
 
 void IVantorQueryExecuteItem::setPrensenter(LmPresenterClass* presenter)
 {
-    m_presenterMgr->setPresenter(presenter);
+    if (m_presenterMgr)
+        m_presenterMgr->setPresenter(presenter);
 }
 
 void IVantorQueryExecuteItem::setMsgPackGroup(bool group)

@@ -27,36 +27,57 @@ void fillSlot(Func&& func, Func& slot, std::atomic<bool>& flag)
 }
 } // namespace
 
-VantorEntrustPushHub::VantorEntrustPushHub()
-    : m_entrustPushList(new EntrustPushList)
+thread_local std::vector<VantorEntrustPushHub::Dispatch*> VantorEntrustPushHub::t_dispatches;
+
+VantorEntrustPushHub::VantorEntrustPushHub() = default;
+
+VantorEntrustPushHub::Dispatch* VantorEntrustPushHub::dispatchOnThisThread() const
 {
+    for (Dispatch* d : t_dispatches) {
+        if (d->hub == this)
+            return d;
+    }
+    return nullptr;
 }
 
 bool VantorEntrustPushHub::RegisterEntrustPushFunc(EntrustPushFunc func, bool add)
 {
-    const PlainEntrustPushFunc key = plainFunction(func);
-    QWriteLocker locker(&m_entrustPushLock);
-    const std::vector<EntrustPushFunc>& current = m_entrustPushList->funcs;
-    const auto isEqual = [key](const EntrustPushFunc& f) { return plainFunction(f) == key; };
-
-    if (add) {
-        if (!func) {
-            qCWarning(lcQuery).noquote() << "VantorEntrustPushHub::RegisterEntrustPushFunc" << "回调函数为空，不予注册";
-            return false;
+    if (Dispatch* dispatch = dispatchOnThisThread()) {
+        // This thread holds the read lock for the push it is handing out: the change waits
+        // for the end of that push. The answer is the one it will have then.
+        std::vector<PlainEntrustPushFunc> keys;
+        {
+            keys.reserve(m_entrustPushFuncs.size());
+            for (const EntrustPushFunc& f : m_entrustPushFuncs)
+                keys.push_back(plainFunction(f));
         }
-        if (std::any_of(current.cbegin(), current.cend(), isEqual))
+        for (const Change& c : dispatch->changes) {
+            const PlainEntrustPushFunc key = plainFunction(c.func);
+            if (!c.add)
+                keys.erase(std::remove(keys.begin(), keys.end(), key), keys.end());
+            else if (std::find(keys.begin(), keys.end(), key) == keys.end())
+                keys.push_back(key);
+        }
+        const bool answer = !add || std::find(keys.begin(), keys.end(), plainFunction(func)) == keys.end();
+        dispatch->changes.push_back({std::move(func), add});
+        return answer;
+    }
+    return applyChange(std::move(func), add);
+}
+
+bool VantorEntrustPushHub::applyChange(EntrustPushFunc func, bool add)
+{
+    const PlainEntrustPushFunc key = plainFunction(func);
+    const auto isEqual = [key](const EntrustPushFunc& f) { return plainFunction(f) == key; };
+    QWriteLocker locker(&m_entrustPushLock);
+    if (add) {
+        if (std::any_of(m_entrustPushFuncs.cbegin(), m_entrustPushFuncs.cend(), isEqual))
             return false;
-        auto next = new EntrustPushList;
-        next->funcs.reserve(current.size() + 1);
-        next->funcs = current;
-        next->funcs.push_back(std::move(func));
-        m_entrustPushList = QExplicitlySharedDataPointer<const EntrustPushList>(next);
+        m_entrustPushFuncs.push_back(std::move(func));
         return true;
     }
-
-    auto next = new EntrustPushList;
-    std::remove_copy_if(current.cbegin(), current.cend(), std::back_inserter(next->funcs), isEqual);
-    m_entrustPushList = QExplicitlySharedDataPointer<const EntrustPushList>(next);
+    m_entrustPushFuncs.erase(std::remove_if(m_entrustPushFuncs.begin(), m_entrustPushFuncs.end(), isEqual),
+                             m_entrustPushFuncs.end());
     return true;
 }
 
@@ -77,15 +98,37 @@ void VantorEntrustPushHub::RegisterMQNetDataFunc(NetDataFunc func)
     m_mqNetData = std::move(func);
 }
 
-void VantorEntrustPushHub::ProcessEntrustPush(const QMap<QString, QVariant>& push) const
+void VantorEntrustPushHub::ProcessEntrustPush(const QMap<QString, QVariant>& push)
 {
-    QExplicitlySharedDataPointer<const EntrustPushList> list;
-    {
-        QReadLocker locker(&m_entrustPushLock);
-        list = m_entrustPushList;
+    if (dispatchOnThisThread()) {
+        // A push handed out from inside a callback: this thread already holds the read lock,
+        // and the list cannot change until it lets go.
+        for (const EntrustPushFunc& func : m_entrustPushFuncs) {
+            if (func)
+                func(push);
+        }
+        return;
     }
-    for (const EntrustPushFunc& func : list->funcs)
-        func(push);
+    Dispatch dispatch{this, {}};
+    {
+        // Unlisted again however the callbacks leave.
+        struct Listed {
+            Dispatch* d;
+            explicit Listed(Dispatch* dispatch)
+                : d(dispatch)
+            {
+                t_dispatches.push_back(d);
+            }
+            ~Listed() { t_dispatches.erase(std::find(t_dispatches.begin(), t_dispatches.end(), d)); }
+        } listed(&dispatch);
+        QReadLocker locker(&m_entrustPushLock);
+        for (const EntrustPushFunc& func : m_entrustPushFuncs) {
+            if (func)
+                func(push);
+        }
+    }
+    for (Change& c : dispatch.changes)
+        applyChange(std::move(c.func), c.add);
 }
 
 void VantorEntrustPushHub::ProcessEntrustPushToMQ(const QMap<QString, QVariant>& push) const

@@ -1,9 +1,7 @@
 #pragma once
 
-#include <QExplicitlySharedDataPointer>
 #include <QMap>
 #include <QReadWriteLock>
-#include <QSharedData>
 #include <QString>
 #include <QVariant>
 
@@ -26,7 +24,10 @@ public:
     // the same plain function; anything else (a lambda, a bound object) counts as "no
     // function", so all such callbacks are the same, deliberately: only one can be added.
     // Adding a callback that is already there answers false; removing drops every equal
-    // one and answers true. Safe from any thread and from inside a callback.
+    // one and answers true. An empty callback is kept like any other and never called.
+    // Safe from any thread. A removal waits for the pushes being handed out, so a removed
+    // callback is not running anywhere when it returns, except when asked from inside a
+    // callback: a change asked for there is made once that push is handed out.
     bool RegisterEntrustPushFunc(EntrustPushFunc func, bool add);
     // Each non-empty argument replaces its slot and enables it; an empty one leaves the
     // slot as it was.
@@ -34,9 +35,9 @@ public:
     void RegisterMQEntrustPushFunc(EntrustPushFunc entrust, OrderResponsePushFunc response);
     void RegisterMQNetDataFunc(NetDataFunc func);
 
-    // Calls every entrust push callback in registration order, on the calling thread. A
-    // registration made meanwhile counts from the next push.
-    void ProcessEntrustPush(const QMap<QString, QVariant>& push) const;
+    // Calls every entrust push callback in registration order, on the calling thread,
+    // under the read lock.
+    void ProcessEntrustPush(const QMap<QString, QVariant>& push);
     // The MQ slot first, then the file-trader slot; a slot never set is skipped.
     void ProcessEntrustPushToMQ(const QMap<QString, QVariant>& push) const;
     void ProcessOrderResponsePushToMQ(const QVariant& response) const;
@@ -44,14 +45,22 @@ public:
     void SendMQNetData(const QString& a, const QVariant& b, const QVariant& c) const;
 
 private:
-    struct EntrustPushList : QSharedData {
-        std::vector<EntrustPushFunc> funcs;
+    struct Change {
+        EntrustPushFunc func;
+        bool add;
     };
+    // A push this thread is handing out, with the changes its callbacks asked for.
+    struct Dispatch {
+        const VantorEntrustPushHub* hub;
+        std::vector<Change> changes;
+    };
+    // The pushes this thread is handing out, innermost last.
+    static thread_local std::vector<Dispatch*> t_dispatches;
+    Dispatch* dispatchOnThisThread() const;
+    bool applyChange(EntrustPushFunc func, bool add);
 
-    // Dispatch reads an immutable list; registration swaps in a new one. A push thus
-    // neither copies the callbacks nor holds the lock while they run.
     mutable QReadWriteLock m_entrustPushLock;
-    QExplicitlySharedDataPointer<const EntrustPushList> m_entrustPushList;
+    std::vector<EntrustPushFunc> m_entrustPushFuncs;
 
     // The slots are read without a lock: each flag is set after its slot was filled.
     EntrustPushFunc m_fileTraderEntrustPush;

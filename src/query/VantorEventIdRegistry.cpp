@@ -22,8 +22,8 @@ int VantorEventIdRegistry::GetKorvoEventMsgIdByStr(const QString& key)
 
     QWriteLocker locker(&m_lock);
     const int id = ++m_counter;
-    qCInfo(lcQuery).noquote() << "VantorEventIdRegistry::GetKorvoEventMsgIdByStr"
-                              << QStringLiteral("Vantor Event MsgId created, msgKey: %1, msgId: %2").arg(key).arg(id);
+    qCInfo(lcQuery).noquote() << "VantorUtils_p::GetKorvoEventMsgIdByStr"
+                              << QStringLiteral("Vantor Event MsgId created, msgKey: %1, msgId: %2").arg(key, QString::number(id));
     m_ids.insert(key, id);
     return id;
 }

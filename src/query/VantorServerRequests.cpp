@@ -103,9 +103,7 @@ Rows VantorServerRequests::queryDatasFromServer(LmPresenterClass* presenter, con
 
     qCInfo(lcQuery).noquote() << "VantorUtils::QueryDatasFromServer"
                               << QStringLiteral("单次查询%1功能号，查询结束，结果：%2，原因：%3")
-                                     .arg(functionId)
-                                     .arg(executor->errorCode())
-                                     .arg(errorText);
+                                     .arg(functionId, QString::number(executor->errorCode()), errorText);
     return rows;
 }
 
@@ -134,10 +132,8 @@ Rows VantorServerRequests::queryDatasFromServerByPage(LmPresenterClass* presente
 
     qCInfo(lcQuery).noquote() << "VantorUtils::QueryDatasFromServerByPage"
                               << QStringLiteral("按页码查询%1功能号，查询结束，结果：%2，原因：%3，结果集长度：%4")
-                                     .arg(functionId)
-                                     .arg(executor->errorCode())
-                                     .arg(errorText)
-                                     .arg(rows.size());
+                                     .arg(functionId, QString::number(executor->errorCode()), errorText,
+                                          QString::number(rows.size()));
     return rows;
 }
 
@@ -165,10 +161,8 @@ Rows VantorServerRequests::queryDatasFromServerByPos(LmPresenterClass* presenter
 
     qCInfo(lcQuery).noquote() << "VantorUtils::QueryDatasFromServerByPos"
                               << QStringLiteral("按定位串查询%1功能号，查询结束，结果：%2，原因：%3，结果集长度：%4")
-                                     .arg(functionId)
-                                     .arg(executor->errorCode())
-                                     .arg(errorText)
-                                     .arg(rows.size());
+                                     .arg(functionId, QString::number(executor->errorCode()), errorText,
+                                          QString::number(rows.size()));
     return rows;
 }
 

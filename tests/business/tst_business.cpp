@@ -41,13 +41,15 @@ const char testConfig[] = R"({
 })";
 
 QStringList* g_warnings = nullptr;
+QStringList g_warningFunctions; // the function each warning says it comes from
 QtMessageHandler g_previousHandler = nullptr;
 
 void collectBusinessWarnings(QtMsgType type, const QMessageLogContext& context, const QString& text)
 {
-    if (type == QtWarningMsg && qstrcmp(context.category, "vantor.business") == 0)
+    if (type == QtWarningMsg && qstrcmp(context.category, "vantor.business") == 0) {
         g_warnings->append(text);
-    else
+        g_warningFunctions.append(QString::fromLatin1(context.function));
+    } else
         g_previousHandler(type, context, text);
 }
 
@@ -84,6 +86,7 @@ class TestBusiness : public QObject
     QTemporaryDir m_dir;
     std::unique_ptr<VantorBusiUtils_p> m_dicts;
     QStringList m_loadWarnings;
+    QStringList m_loadWarningFunctions;
 
     void pointStoreAtTestConfig()
     {
@@ -107,7 +110,9 @@ private slots:
     {
         qputenv("VANTOR_APP_DIR", m_dir.path().toUtf8()); // no cfg/ there: the embedded default
         pointStoreAtTestConfig();
+        g_warningFunctions.clear();
         m_loadWarnings = warningsOf([this] { m_dicts = std::make_unique<VantorBusiUtils_p>(); });
+        m_loadWarningFunctions = g_warningFunctions;
         pointStoreAtEmbeddedDefault();
     }
 
@@ -125,6 +130,10 @@ private slots:
         };
         QCOMPARE(m_loadWarnings, expected);
         QVERIFY(m_dicts->isNewBondQuotaOn());
+        // Each line carries the constructor as the function it comes from.
+        QCOMPARE(m_loadWarningFunctions.size(), expected.size());
+        for (const QString& function : qAsConst(m_loadWarningFunctions))
+            QVERIFY2(function.contains("VantorBusiUtils_p::VantorBusiUtils_p()"), qPrintable(function));
     }
 
     void sideUnionMaps_data()
@@ -315,6 +324,9 @@ private slots:
         QTest::newRow("one step over") << qint64(600) << 500 << 200 << Ints{400, 200};
         QTest::newRow("one piece") << qint64(400) << 500 << 100 << Ints{400};
         QTest::newRow("no maximum") << qint64(400) << 0 << 100 << Ints{400};
+        // No piece can hold these: refused rather than wrapped around.
+        QTest::newRow("no maximum, total beyond an int") << qint64(3000000000) << 0 << 100 << Ints{};
+        QTest::newRow("total below any int") << -(qint64(1) << 40) << 500 << 100 << Ints{};
         QTest::newRow("too many pieces refused") << (qint64(1) << 40) << 1 << 0 << Ints{};
     }
 

@@ -89,6 +89,15 @@ private slots:
         QCOMPARE(VantorUtils::GetKorvoEventMsgIdByStr("tst_events/stable"), id);
     }
 
+    void eventKeyWithPlaceholdersLoggedAsItIs()
+    {
+        VantorEventIdRegistry registry;
+        LogCounter log(QStringLiteral("VantorUtils_p::GetKorvoEventMsgIdByStr Vantor Event MsgId created, msgKey: a%1%2, msgId: ")
+                       + QString::number(VantorEventMsgID::KORVO_BASE_TYPE + 1));
+        QCOMPARE(registry.GetKorvoEventMsgIdByStr("a%1%2"), VantorEventMsgID::KORVO_BASE_TYPE + 1);
+        QCOMPARE(log.count(), 1);
+    }
+
     // Eight threads ask for overlapping names at once: every name ends up with one id, no
     // two names share one, and a name asked again keeps its id.
     void eventIdsFromManyThreads()

@@ -10,6 +10,7 @@
 #include <QElapsedTimer>
 #include <QtTest>
 
+#include <climits>
 #include <memory>
 
 using namespace QueryTest;
@@ -235,6 +236,60 @@ private slots:
         QCOMPARE(item.postProcessCalls, expectedPostProcessCalls);
         QVERIFY(item.dataList().isEmpty());
         QVERIFY(!item.isRunning());
+    }
+
+    void extremeCountsDoNotOverflow_data()
+    {
+        QTest::addColumn<int>("pageSize");
+        QTest::addColumn<int>("totalSize");
+        QTest::addColumn<int>("announced"); // subGroupNumber of the second page
+        QTest::addColumn<int>("expectedRequests");
+
+        // A failed first page is asked again even when a page is as large as an int goes.
+        QTest::newRow("largest page size, first page refused") << INT_MAX << 13 << 3 << 3;
+        // A server announcing absurd counts ends the query instead of wrapping around.
+        QTest::newRow("absurd row count after a page") << 10 << 100 << INT_MAX << 2;
+    }
+
+    void extremeCountsDoNotOverflow()
+    {
+        QFETCH(int, pageSize);
+        QFETCH(int, totalSize);
+        QFETCH(int, announced);
+        QFETCH(int, expectedRequests);
+        const QString subGroup = key(Zentra_Fields::System::subGroupNumber);
+        if (pageSize == INT_MAX)
+            m_transport->queueServerFailure(QStringLiteral("忙"));
+        m_transport->queueRows(numberedRows(0, 10), totalSize, {{subGroup, 10}});
+        m_transport->queueRows(numberedRows(10, 3), totalSize, {{subGroup, announced}});
+        PageQueryExecuteItem item;
+        item.setPrensenter(m_presenter.get());
+        item.setFunctionId("10003");
+        item.setPageSize(pageSize);
+        item.run();
+        QCOMPARE(m_transport->requestCount(), expectedRequests);
+        QCOMPARE(ids(item.dataList()), range(0, 13));
+    }
+
+    void presenterHolderGoesWithTheParent()
+    {
+        // The presenter holder is made with the executor's parent: an executor taken away
+        // from that parent survives its deletion, and a later run or delete stays safe.
+        auto* parent = new QObject;
+        auto* item = new PageQueryExecuteItem(parent);
+        item->setPrensenter(m_presenter.get());
+        item->setParent(nullptr);
+        delete parent;
+        item->setPrensenter(m_presenter.get());
+        item->setFunctionId("10003");
+        item->run();
+        QCOMPARE(m_transport->requestCount(), 0); // no presenter left: ends at once
+        delete item;
+
+        // The usual way: the parent takes the executor and the holder, each once.
+        auto* owner = new QObject;
+        new PageQueryExecuteItem(owner);
+        delete owner;
     }
 
     void stopBeforeRunIsForgotten()
