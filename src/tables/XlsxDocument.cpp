@@ -865,7 +865,12 @@ bool XlsxDocument::write(int row, int col, const QVariant& value, const XlsxWrit
     Private::Sheet& s = d->sheets[size_t(d->current)];
     if (s.held) {
         // The cell's format is settled now, as for a cell written at once.
-        s.heldCells[{row, col}] = {value, format.isValid() ? format : s.columnFormats.value(col)};
+        Private::Sheet::HeldCell cell{value, format.isValid() ? format : s.columnFormats.value(col)};
+        const auto at = s.heldCells.find({row, col});
+        if (at != s.heldCells.end())
+            at->second = std::move(cell);
+        else
+            s.heldCells.emplace(std::make_pair(row, col), std::move(cell));
         d->noteRow(s, row);
         return true;
     }

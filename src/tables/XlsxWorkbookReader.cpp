@@ -604,7 +604,7 @@ private:
     {
         if (!m_formula.empty()) {
             if (m_sharedFormulas.size() < kMaxSharedFormulas && m_sharedFormulaBytes + m_formula.size() <= kMaxSharedFormulaBytes) {
-                SharedFormula& f = m_sharedFormulas[m_sharedFormula];
+                SharedFormula& f = m_sharedFormulas.emplace(m_sharedFormula, SharedFormula()).first->second;
                 m_sharedFormulaBytes += m_formula.size();
                 f.text = m_formula;
                 f.row = m_cell.row;
