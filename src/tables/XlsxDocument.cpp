@@ -1,13 +1,13 @@
 #include "XlsxDocument.h"
 
 #include "SiblingTempFile.h"
+#include "XlsxOldCells.h"
 #include "VantorLogging.h"
 #include "XlsxNameWriter.h"
 #include "XlsxSheetLayout.h"
 #include "XlsxStyleWriter.h"
 #include "XlsxWorkbookReader.h"
 
-#include <QDateTime>
 #include <QFileInfo>
 #include <QHash>
 #include <QRegularExpression>
@@ -73,95 +73,12 @@ QString safeSheetName(const QString& proposal)
     return name;
 }
 
-struct OldCell {
-    int row = 0;
-    int col = 0;
-    XlsxCell::Type type = XlsxCell::Empty;
-    QString text;
-    double number = 0;
-    QString formula;
-    int style = -1;
-    int arrayLastRow = 0; // an array formula: the far corner of the range it fills
-    int arrayLastCol = 0;
-};
+using OldCell = XlsxOldCell;
 
 // Orders the cells of one row by column, and finds a column among them.
 struct ColumnOrder {
     bool operator()(const OldCell& a, int col) const { return a.col < col; }
     bool operator()(int col, const OldCell& a) const { return col < a.col; }
-};
-
-class LoadVisitor : public XlsxCellVisitor
-{
-public:
-    explicit LoadVisitor(const XlsxStyles& styles)
-        : m_styles(styles)
-    {
-    }
-
-    std::vector<OldCell> cells;
-
-    void cell(const XlsxCell& c) override
-    {
-        if (c.type == XlsxCell::Empty && c.style < 0 && !c.hasFormula)
-            return;
-        OldCell o;
-        o.row = c.row;
-        o.col = c.col;
-        o.type = c.type;
-        o.style = c.style;
-        if (c.hasFormula) {
-            o.formula = c.formula;
-            o.arrayLastRow = c.arrayLastRow;
-            o.arrayLastCol = c.arrayLastCol;
-        }
-        if (c.type == XlsxCell::Number || c.type == XlsxCell::Boolean) {
-            o.number = XlsxWorkbookReader::toDouble(c.rawNumber());
-        } else if (c.isoDate && m_styles.style(c.style).isDateTime && serialFromIso(c.text, o.number)) {
-            // The writer has no cell type for a date written as text: it becomes the number
-            // that stands for it, which its date format shows as before.
-            o.type = XlsxCell::Number;
-        } else {
-            o.text = c.text;
-        }
-        cells.push_back(std::move(o));
-    }
-
-private:
-    const XlsxStyles& m_styles;
-
-    // The day number (from 1900, with its missing leap day) of an ISO date or time; false
-    // for a date before 1900, which no day number stands for.
-    static bool serialFromIso(const QString& text, double& serial)
-    {
-        const QVariant v = XlsxWorkbookReader::dateTimeFromIso(text);
-        QDate date;
-        QTime time;
-        switch (v.userType()) {
-        case QMetaType::QDate:
-            date = v.toDate();
-            break;
-        case QMetaType::QTime:
-            time = v.toTime();
-            break;
-        case QMetaType::QDateTime:
-            date = v.toDateTime().date();
-            time = v.toDateTime().time();
-            break;
-        default:
-            return false;
-        }
-        serial = 0;
-        if (date.isValid()) {
-            if (date.year() < 1900)
-                return false;
-            const bool beforeLeapDay = date < QDate(1900, 3, 1);
-            serial = double((beforeLeapDay ? QDate(1899, 12, 31) : QDate(1899, 12, 30)).daysTo(date));
-        }
-        if (time.isValid())
-            serial += time.msecsSinceStartOfDay() / 86400000.0;
-        return true;
-    }
 };
 
 } // namespace
@@ -377,31 +294,6 @@ struct XlsxDocument::Private {
             e = worksheet_write_string(s.ws, r, col, utf8.constData(), fmt);
         }
         return e == LXW_NO_ERROR;
-    }
-
-    // The writer counts dates from 1900 only: the date cells of a workbook that counts from
-    // 1904 are moved by the 1462 days between the two, so they show the same dates. Times of
-    // day (below one day) and elapsed times ([h]:mm) need no move.
-    void moveDatesFrom1904(std::vector<OldCell>& cells)
-    {
-        bool moved = false;
-        for (OldCell& c : cells) {
-            if (c.type != XlsxCell::Number || c.number < 1)
-                continue;
-            const XlsxCellStyle& look = oldStyles.style(c.style);
-            if (!look.isDateTime || isElapsedTime(look.numFmt))
-                continue;
-            c.number += 1462;
-            moved = true;
-        }
-        if (moved)
-            qCInfo(lcTables).noquote() << "XlsxDocument::XlsxDocument" << "dates counted from 1904 are now counted from 1900";
-    }
-
-    static bool isElapsedTime(const QString& code)
-    {
-        static const QRegularExpression elapsed(QStringLiteral("\\[(h+|m+|s+)\\]"), QRegularExpression::CaseInsensitiveOption);
-        return elapsed.match(code).hasMatch();
     }
 
     void noteRow(Sheet& s, int row)
@@ -747,7 +639,7 @@ XlsxDocument::XlsxDocument(const QString& fileName)
                                                 << "left out:" << localNames[size_t(i)].size();
                 continue;
             }
-            LoadVisitor visitor(d->oldStyles);
+            XlsxOldCells visitor(d->oldStyles);
             Private::Sheet sheet;
             sheet.name = info.name;
             sheet.visibility = info.visibility;
@@ -760,16 +652,11 @@ XlsxDocument::XlsxDocument(const QString& fileName)
                 d->sheets.clear();
                 return;
             }
-            std::stable_sort(visitor.cells.begin(), visitor.cells.end(), [](const OldCell& a, const OldCell& b) {
-                return a.row < b.row || (a.row == b.row && a.col < b.col);
-            });
-            if (!visitor.cells.empty()) {
-                sheet.minRow = visitor.cells.front().row;
-                sheet.maxRow = visitor.cells.back().row;
+            sheet.oldCells = visitor.take(reader.is1904());
+            if (!sheet.oldCells.empty()) {
+                sheet.minRow = sheet.oldCells.front().row;
+                sheet.maxRow = sheet.oldCells.back().row;
             }
-            if (reader.is1904())
-                d->moveDatesFrom1904(visitor.cells);
-            sheet.oldCells = std::move(visitor.cells);
             d->sheets.push_back(std::move(sheet));
         }
         d->current = 0;
