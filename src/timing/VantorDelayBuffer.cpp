@@ -63,22 +63,14 @@ void VantorDelayBuffer::stopPostedInterval()
         VantorUtils::StopOnceTimer(this, m_timerId);
 }
 
-// On the buffer's own thread the interval is started first and the value stored after;
-// from any other thread the value is stored first and the start is then asked of the
-// buffer's thread, so that no value can land after the batch it counted on was taken.
 void VantorDelayBuffer::AppendItem(const QVariant& item)
 {
-    const bool ownThread = QThread::currentThread() == thread();
-    if (ownThread)
-        VantorUtils::OnceTimer(m_interval, this, m_timerId);
-    {
-        QMutexLocker locker(&m_mutex);
-        m_items.append(item);
-    }
-    if (!ownThread)
-        requestInterval();
+    AppendItems(QList<QVariant>{item});
 }
 
+// On the buffer's own thread the interval is started first and the values stored after;
+// from any other thread the values are stored first and the start is then asked of the
+// buffer's thread, so that no value can land after the batch it counted on was taken.
 void VantorDelayBuffer::AppendItems(const QList<QVariant>& items)
 {
     const bool ownThread = QThread::currentThread() == thread();
