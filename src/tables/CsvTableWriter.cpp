@@ -1,26 +1,20 @@
 #include "CsvTableWriter.h"
 
+#include "TableTextEncoder.h"
+
 #include <QIODevice>
-#include <QTextCodec>
 #include <QVector>
 
 namespace {
 constexpr int kFlushChars = 1 << 19;
 }
 
-struct CsvTableWriter::State {
-    QTextCodec::ConverterState state{QTextCodec::IgnoreHeader}; // never a byte-order mark
-};
-
 CsvTableWriter::CsvTableWriter(QIODevice* device, const QByteArray& codecName, bool quoteFields,
                                const QMap<int, ExportFormat>& formats)
     : m_device(device)
-    , m_codec(codecName.isEmpty() ? nullptr : QTextCodec::codecForName(codecName))
+    , m_encoder(new TableTextEncoder(codecName))
     , m_quote(quoteFields ? QStringLiteral("\"") : QString())
-    , m_state(new State)
 {
-    if (!m_codec)
-        m_codec = QTextCodec::codecForName("UTF-8");
     for (auto it = formats.cbegin(); it != formats.cend(); ++it) {
         if (it.value() != ExportFormatNumber || it.key() < 0)
             continue;
@@ -31,10 +25,7 @@ CsvTableWriter::CsvTableWriter(QIODevice* device, const QByteArray& codecName, b
     m_buffer.reserve(kFlushChars + 4096);
 }
 
-CsvTableWriter::~CsvTableWriter()
-{
-    delete m_state;
-}
+CsvTableWriter::~CsvTableWriter() = default;
 
 void CsvTableWriter::appendLine(QString& out, const QStringList& row, const QString& quote,
                                 const QVector<bool>& numeric)
@@ -106,7 +97,7 @@ bool CsvTableWriter::flush()
 {
     if (m_buffer.isEmpty())
         return true;
-    const QByteArray bytes = m_codec->fromUnicode(m_buffer.constData(), m_buffer.size(), &m_state->state);
+    const QByteArray& bytes = m_encoder->encode(m_buffer.constData(), m_buffer.size());
     m_buffer.resize(0);
     return m_device->write(bytes) == bytes.size();
 }

@@ -8,8 +8,10 @@
 #include <QString>
 #include <QStringList>
 
+#include <memory>
+
 class QIODevice;
-class QTextCodec;
+class TableTextEncoder;
 
 // Formats rows as comma-separated lines ending in "\r\n" and encodes them in large
 // blocks. Cells of numeric columns lose their thousands separators and spaces; a cell
@@ -32,10 +34,8 @@ public:
 
 private:
     QIODevice* m_device;
-    QTextCodec* m_codec;
+    std::unique_ptr<TableTextEncoder> m_encoder;
     QString m_quote;
     QVector<bool> m_numeric;
     QString m_buffer;
-    struct State;
-    State* m_state;
 };

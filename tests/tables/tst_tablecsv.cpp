@@ -236,6 +236,35 @@ private slots:
         QCOMPARE(readBytes(path), QStringLiteral("\"名称\"\r\n\"数据\"\r\n").toUtf8()); // no byte-order mark
     }
 
+    void everyBmpCharacterWrittenAsTheCodecDoes()
+    {
+        // The writer encodes GB18030 through its own table; every character must come out
+        // as the codec writes it, and a block holding a surrogate pair or a stray
+        // surrogate as well.
+        Table data;
+        QString cell;
+        for (int u = 1; u <= 0xFFFF; ++u) {
+            if (QChar::isSurrogate(uint(u)) || u == '"' || u == ',' || u == '\r')
+                continue;
+            cell.append(QChar(ushort(u)));
+            if (cell.size() == 512) {
+                data.append({cell});
+                cell.clear();
+            }
+        }
+        data.append({cell});
+        const QString path = m_dir.filePath("all-bmp.csv");
+        for (const QString& extra : {QString(), QString::fromUtf8("笑\U0001F600脸"), QString(QChar(0xD83D)) + "a"}) {
+            if (!extra.isEmpty())
+                data.append({extra});
+            QString text;
+            for (const QStringList& row : qAsConst(data))
+                text += QLatin1Char('"') + row.first() + QLatin1String("\"\r\n");
+            QVERIFY(VantorUtils::WriteTableData(data, path, {}, false, ExportFileCodeGb18030, false));
+            QCOMPARE(readBytes(path), gb(text));
+        }
+    }
+
     void appendCsvDropsHeaderOnlyWhenFileHasContent_data()
     {
         QTest::addColumn<QByteArray>("before");
