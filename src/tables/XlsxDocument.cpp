@@ -530,6 +530,8 @@ struct XlsxDocument::Private {
     // is shown again.
     void writeWorkbookView()
     {
+        if (sheets.empty())
+            return; // the writer gives the workbook its one empty sheet
         int active = -1;
         for (size_t i = 0; i < sheets.size() && active < 0; ++i) {
             if (sheets[i].opensOn && visible(sheets[i]))

@@ -264,6 +264,10 @@ private slots:
         // The multi-sheet reader wants the lower-case extension exactly.
         QFile::copy(path, m_dir.filePath("multi.XLSX"));
         QVERIFY(VantorUtils::ReadMultiSheetTables(m_dir.filePath("multi.XLSX"), ReadAllRows).isEmpty());
+        // No sheets at all: the workbook still has its one empty sheet.
+        const QString none = m_dir.filePath("no-sheets.xlsx");
+        QVERIFY(VantorUtils::WriteTableDatas(none, {}, {}, err));
+        QCOMPARE(VantorUtils::ReadMultiSheetTables(none, ReadAllRows).size(), 1);
         // The save result is deliberately not looked at: a folder that does not exist still "succeeds".
         QVERIFY(VantorUtils::WriteTableDatas(m_dir.filePath("nowhere/x.xlsx"), sheets, {}, err));
         QVERIFY(!QFile::exists(m_dir.filePath("nowhere/x.xlsx")));
