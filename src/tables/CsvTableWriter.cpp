@@ -10,18 +10,12 @@ constexpr int kFlushChars = 1 << 19;
 }
 
 CsvTableWriter::CsvTableWriter(QIODevice* device, const QByteArray& codecName, bool quoteFields,
-                               const QMap<int, ExportFormat>& formats)
+                               const QVector<bool>& numeric)
     : m_device(device)
     , m_encoder(new TableTextEncoder(codecName))
     , m_quote(quoteFields ? QStringLiteral("\"") : QString())
+    , m_numeric(numeric)
 {
-    for (auto it = formats.cbegin(); it != formats.cend(); ++it) {
-        if (it.value() != ExportFormatNumber || it.key() < 0)
-            continue;
-        if (it.key() >= m_numeric.size())
-            m_numeric.resize(it.key() + 1);
-        m_numeric[it.key()] = true;
-    }
     m_buffer.reserve(kFlushChars + 4096);
 }
 
@@ -52,6 +46,7 @@ void CsvTableWriter::appendLine(QString& out, const QStringList& row, const QStr
         bool comma = false;
         bool crlf = false;
         bool dquote = false;
+        bool cr = false; // the last character kept was a carriage return
         for (int k = 0; k < len; ++k) {
             const ushort u = p[k].unicode();
             if (number && (u == ',' || u == ' '))
@@ -60,8 +55,9 @@ void CsvTableWriter::appendLine(QString& out, const QStringList& row, const QStr
                 comma = true;
             else if (u == '"')
                 dquote = true;
-            else if (u == '\r' && k + 1 < len && p[k + 1].unicode() == '\n')
-                crlf = true;
+            else if (u == '\n' && cr)
+                crlf = true; // also where a removed separator stood between the two
+            cr = u == '\r';
         }
         const bool quoted = comma || crlf || !dquote;
         if (quoted) {

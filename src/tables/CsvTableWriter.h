@@ -1,12 +1,10 @@
 #pragma once
 
-#include "VantorTypes.h"
-
 #include <QByteArray>
 #include <QList>
-#include <QMap>
 #include <QString>
 #include <QStringList>
+#include <QVector>
 
 #include <memory>
 
@@ -20,8 +18,8 @@ class TableTextEncoder;
 class CsvTableWriter
 {
 public:
-    CsvTableWriter(QIODevice* device, const QByteArray& codecName, bool quoteFields,
-                   const QMap<int, ExportFormat>& formats);
+    // `numeric`: per column (0-based), whether it is a numeric one.
+    CsvTableWriter(QIODevice* device, const QByteArray& codecName, bool quoteFields, const QVector<bool>& numeric);
     ~CsvTableWriter();
 
     bool writeRow(const QStringList& row);

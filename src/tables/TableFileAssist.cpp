@@ -17,6 +17,7 @@
 #include <QSaveFile>
 
 #include <charconv>
+#include <climits>
 
 namespace {
 
@@ -283,7 +284,7 @@ bool TableFileAssist::writeCsvFile(const QList<QStringList>& data, const QString
     qCDebug(lcTables).noquote() << "TableFileAssist::writeCsvFile" << "CsvCurPos:" << position;
     // Appending to a file that has content leaves out the header row.
     const int first = (append && position >= 1) ? 1 : 0;
-    CsvTableWriter writer(device, codec.toLatin1(), quoteFields, formats);
+    CsvTableWriter writer(device, codec.toLatin1(), quoteFields, numericColumns(data, formats, INT_MAX));
     bool ok = true;
     for (int i = first; i < data.size() && ok; ++i)
         ok = writer.writeRow(data.at(i));
@@ -297,6 +298,24 @@ bool TableFileAssist::writeCsvFile(const QList<QStringList>& data, const QString
         return false;
     }
     return true;
+}
+
+QVector<bool> TableFileAssist::numericColumns(const QList<QStringList>& data, const QMap<int, ExportFormat>& formats,
+                                              int limit)
+{
+    int width = 0;
+    for (const QStringList& row : data)
+        width = qMax(width, row.size());
+    width = qMin(width, limit);
+    QVector<bool> numeric;
+    for (auto it = formats.cbegin(); it != formats.cend() && it.key() < width; ++it) {
+        if (it.value() != ExportFormatNumber || it.key() < 0)
+            continue;
+        if (numeric.size() <= it.key())
+            numeric.resize(it.key() + 1);
+        numeric[it.key()] = true;
+    }
+    return numeric;
 }
 
 QMap<int, QString> TableFileAssist::buildColumnNumberFormats(const QList<QStringList>& data,
@@ -375,6 +394,8 @@ bool TableFileAssist::writeSheet(XlsxDocument* doc, const QString& sheetName, co
 
     const QMap<int, QString> numberFormats = buildColumnNumberFormats(data, formats);
     for (auto it = numberFormats.cbegin(); it != numberFormats.cend(); ++it) {
+        if (it.key() < 0 || it.key() >= XlsxWorkbookReader::kMaxColumns)
+            continue; // no such column in a sheet
         XlsxWriteFormat f;
         f.numFmt = it.value();
         doc->setColumnFormat(it.key() + 1, f);
@@ -392,14 +413,7 @@ bool TableFileAssist::writeSheet(XlsxDocument* doc, const QString& sheetName, co
         base = existing + 1;
     }
 
-    QVector<bool> numeric;
-    for (auto it = formats.cbegin(); it != formats.cend(); ++it) {
-        if (it.value() == ExportFormatNumber && it.key() >= 0) {
-            if (numeric.size() <= it.key())
-                numeric.resize(it.key() + 1);
-            numeric[it.key()] = true;
-        }
-    }
+    const QVector<bool> numeric = numericColumns(data, formats, XlsxWorkbookReader::kMaxColumns);
     const XlsxWriteFormat none;
     bool ok = true;
     for (int k = 1; k < data.size(); ++k) {

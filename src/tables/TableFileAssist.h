@@ -9,6 +9,7 @@
 #include <QPair>
 #include <QString>
 #include <QStringList>
+#include <QVector>
 
 class XlsxDocument;
 class XlsxWorkbookReader;
@@ -42,6 +43,10 @@ public:
                                                        const QMap<int, ExportFormat>& formats);
 
 private:
+    // Per column (0-based), whether `formats` makes it numeric; as long as the widest row
+    // and at most `limit`: a column no cell reaches needs no entry.
+    static QVector<bool> numericColumns(const QList<QStringList>& data, const QMap<int, ExportFormat>& formats,
+                                        int limit);
     QList<QStringList> readCsvFile(const QString& fileName, const QString& codec, ReadTableCfg cfg);
     QList<QStringList> readDetectedCsvFile(const QString& fileName, ReadTableCfg cfg, QString& err);
     QList<QStringList> readXslFile(const QString& fileName, ReadTableCfg cfg, QString& err);

@@ -209,6 +209,8 @@ private slots:
         QTest::newRow("quote becomes backquote") << "say \"hi\"" << false << QByteArray("say `hi`");
         QTest::newRow("comma and quote kept") << "a,\"b\"" << false << QByteArray("\"a,\"b\"\"");
         QTest::newRow("crlf quoted") << "a\r\nb" << false << QByteArray("\"a\r\nb\"");
+        QTest::newRow("numeric crlf once separators are gone")
+            << "\"1\r ,\n2" << true << QByteArray("\"\"1\r\n2\"");
         QTest::newRow("empty cell") << "" << false << QByteArray("\"\"");
     }
 
@@ -224,6 +226,26 @@ private slots:
         QString err;
         QVERIFY(VantorUtils::WriteTableData({{"k", "v"}, {"x", cell}}, path, formats, false, ExportFileCodeUtf8, false, err));
         QCOMPARE(readBytes(path), QByteArray("\"k\",\"v\"\r\n\"x\",") + line + "\r\n");
+    }
+
+    void formatKeysBeyondTheTable_data()
+    {
+        QTest::addColumn<QString>("name");
+        QTest::newRow("csv") << "keys.csv";
+        QTest::newRow("workbook") << "keys.xlsx";
+    }
+
+    void formatKeysBeyondTheTable()
+    {
+        // Columns no row reaches, however far, cost nothing and leave the others alone.
+        QFETCH(QString, name);
+        const QString path = m_dir.filePath(name);
+        const QMap<int, ExportFormat> formats{
+            {-1, ExportFormatNumber}, {1, ExportFormatNumber}, {1 << 30, ExportFormatNumber}, {INT_MAX, ExportFormatNumber}};
+        QString err;
+        QVERIFY(VantorUtils::WriteTableData({{"k", "v"}, {"x", "1,234.5"}}, path, formats, false, ExportFileCodeUtf8, false, err));
+        QCOMPARE(VantorUtils::ReadTableData(path, ReadAllRows, err), (Table{{"k", "v"}, {"x", "1234.5"}}));
+        QVERIFY(err.isEmpty());
     }
 
     void writeCsvCodecs()
