@@ -279,5 +279,12 @@ CsvTableReader::Status CsvTableReader::readRange(const QString& fileName, qint64
         }
         takeLine(text.constData(), 0, text.size());
     }
+    // A file that has bytes but no character besides carriage returns (a byte-order mark
+    // alone, say) still reads as one empty line.
+    if (result.linesRead == 0 && end > begin) {
+        commas.resize(0);
+        crs = 0;
+        takeLine(text.constData(), 0, 0);
+    }
     return Ok;
 }

@@ -49,6 +49,9 @@ private slots:
         QTest::newRow("crlf and stray cr") << QByteArray("a,b\r\nc\rd,e\r\n") << 0 << Table{{"a", "b"}, {"cd", "e"}};
         QTest::newRow("utf-8 bom dropped") << QByteArray("\xEF\xBB\xBFh1,h2\n") << 0 << Table{{"h1", "h2"}};
         QTest::newRow("empty file") << QByteArray() << 0 << Table{};
+        QTest::newRow("byte-order mark alone") << QByteArray("\xEF\xBB\xBF") << 0 << Table{{""}};
+        QTest::newRow("carriage returns alone") << QByteArray("\r\r") << 0 << Table{{""}};
+        QTest::newRow("carriage returns alone skipped") << QByteArray("\r\r") << 1 << Table{};
         QTest::newRow("ideographic space trimmed") << QString::fromUtf8("\u3000中文\u3000,x").toUtf8() << 0
                                                    << Table{{QString::fromUtf8("中文"), "x"}};
     }
