@@ -4,6 +4,8 @@
 #include <QTextCodec>
 #include <QVector>
 
+#include <limits>
+
 namespace {
 
 // The GB18030 bytes of every BMP character, packed big-endian (one byte below 0x80, two
@@ -78,6 +80,8 @@ const QByteArray& TableTextEncoder::encode(const QChar* text, int len)
 
 bool TableTextEncoder::encodeGb18030(const QChar* text, int len)
 {
+    if (len > std::numeric_limits<int>::max() / 4)
+        return false; // room for four bytes a character cannot be had
     const quint32* table = bmpTable().constData();
     m_bytes.resize(4 * len);
     char* const begin = m_bytes.data();
