@@ -18,6 +18,7 @@
 
 #include <charconv>
 #include <climits>
+#include <cstring>
 
 namespace {
 
@@ -27,14 +28,17 @@ const QStringList& codecCandidates()
     return candidates;
 }
 
-// The number a numeric cell's text stands for once thousands separators and spaces (and,
-// for a percentage, percent signs) are left out; 0 when it is no number. Plain decimals
-// are converted straight from their digits, anything else the way QString does.
+// The number a numeric cell's text stands for once thousands separators and spaces are
+// left out; 0 when it is no number. A percentage ("8.9%") is a hundredth of its digits,
+// taken as the decimal exponent moved by two, so that it is the double nearest to 0.089
+// rather than 8.9 / 100 (0.08900000000000001). Plain decimals are converted straight from
+// their digits, anything else the way QString does.
 double numberFromText(const QString& text, bool percent)
 {
-    char buffer[64];
+    char buffer[72];
+    constexpr int kMaxDigits = 64;
     int n = 0;
-    bool plain = text.size() < int(sizeof buffer);
+    bool plain = text.size() < kMaxDigits;
     for (int i = 0; plain && i < text.size(); ++i) {
         const ushort u = text.at(i).unicode();
         if (u == ',' || u == ' ' || (percent && u == '%'))
@@ -45,6 +49,10 @@ double numberFromText(const QString& text, bool percent)
             plain = false;
     }
     if (plain && n > 0) {
+        if (percent) {
+            std::memcpy(buffer + n, "e-2", 3);
+            n += 3;
+        }
         double value = 0;
         const std::from_chars_result r = std::from_chars(buffer, buffer + n, value);
         if (r.ec == std::errc() && r.ptr == buffer + n)
@@ -54,7 +62,7 @@ double numberFromText(const QString& text, bool percent)
     if (percent)
         digits.remove(QLatin1Char('%'));
     digits.remove(QLatin1Char(',')).remove(QLatin1Char(' '));
-    return digits.toDouble();
+    return percent ? digits.toDouble() / 100.0 : digits.toDouble();
 }
 
 // The line every successful CSV read leaves in the log.
@@ -416,19 +424,32 @@ bool TableFileAssist::writeSheet(XlsxDocument* doc, const QString& sheetName, co
     const QVector<bool> numeric = numericColumns(data, formats, XlsxWorkbookReader::kMaxColumns);
     const XlsxWriteFormat none;
     bool ok = true;
-    for (int k = 1; k < data.size(); ++k) {
+    // A sheet ends at row 1 048 576 and column 16 384: what lies beyond is left out, and
+    // the log says so.
+    constexpr int kMaxRows = XlsxWorkbookReader::kMaxRows;
+    constexpr int kMaxColumns = XlsxWorkbookReader::kMaxColumns;
+    const int rows = int(qMin<qint64>(data.size(), qint64(kMaxRows) - base + 1));
+    if (rows < data.size())
+        qCWarning(lcTables).noquote() << "TableFileAssist::writeSheet" << "sheet" << name << "ends at row" << kMaxRows
+                                      << "and leaves out" << data.size() - qMax(rows, 1) << "rows";
+    int widest = 0;
+    for (int k = 1; k < rows; ++k) {
         const QStringList& row = data.at(k);
-        for (int i = 0; i < row.size(); ++i) {
+        widest = qMax(widest, row.size());
+        const int columns = qMin(row.size(), kMaxColumns);
+        for (int i = 0; i < columns; ++i) {
             const QString& text = row.at(i);
             if (i < numeric.size() && numeric.at(i)) {
-                const double value = text.endsWith(QLatin1Char('%')) ? numberFromText(text, true) / 100.0
-                                                                     : numberFromText(text, false);
+                const double value = numberFromText(text, text.endsWith(QLatin1Char('%')));
                 ok = doc->write(base + k, i + 1, value, none) && ok;
             } else {
                 ok = doc->write(base + k, i + 1, text, none) && ok;
             }
         }
     }
+    if (widest > kMaxColumns || (!data.isEmpty() && !skipHeader && data.first().size() > kMaxColumns))
+        qCWarning(lcTables).noquote() << "TableFileAssist::writeSheet" << "sheet" << name << "ends at column"
+                                      << kMaxColumns << "and leaves out the cells beyond it";
     return ok;
 }
 

@@ -1,4 +1,5 @@
 #include "VantorUtils.h"
+#include "tables/XlsxDocument.h"
 #include "tables/XlsxSheetLayout.h"
 #include "tables/XlsxWorkbookReader.h"
 #include "tables/XlsxZipArchive.h"
@@ -162,6 +163,47 @@ private slots:
         QVERIFY(!VantorUtils::WriteTableData({{"a"}, {"1"}}, broken, {}, false, ExportFileCodeUtf8, true, err));
         QVERIFY(!err.isEmpty());
         QCOMPARE(QFileInfo(broken).size(), qint64(14));
+    }
+
+    void numericCellsReadBack_data()
+    {
+        QTest::addColumn<QString>("text");
+        QTest::addColumn<QString>("back");
+        QTest::newRow("percentage is the nearest double") << "8.9%" << "0.089";
+        QTest::newRow("small percentage") << "0.07%" << "0.0007";
+        QTest::newRow("negative percentage") << "-3%" << "-0.03";
+        QTest::newRow("whole percentage") << "100 %" << "1";
+        QTest::newRow("percentage with separators") << "1,250.5%" << "12.505";
+        QTest::newRow("percentage in exponent form") << "1e3%" << "10";
+        QTest::newRow("separators") << "1,234.5" << "1234.5";
+        QTest::newRow("no number") << "x" << "0";
+    }
+
+    void numericCellsReadBack()
+    {
+        QFETCH(QString, text);
+        QFETCH(QString, back);
+        const QString path = m_dir.filePath("numbers.xlsx");
+        QString err;
+        QVERIFY(VantorUtils::WriteTableData({{"v"}, {text}}, path, {{0, ExportFormatNumber}}, false, ExportFileCodeUtf8, false, err));
+        QCOMPARE(read(path, ReadAllRows, err), (Table{{"v"}, {back}}));
+    }
+
+    void rowsBeyondTheSheetAreReported()
+    {
+        // A sheet that already reaches its next-to-last row takes one more appended row;
+        // the rest are left out and the log says so.
+        const QString path = m_dir.filePath("full.xlsx");
+        {
+            XlsxDocument doc(path);
+            QVERIFY(doc.write(1, 1, QStringLiteral("h"), XlsxWriteFormat()));
+            QVERIFY(doc.write(XlsxWorkbookReader::kMaxRows - 1, 1, QStringLiteral("old"), XlsxWriteFormat()));
+            QVERIFY(doc.save());
+        }
+        QTest::ignoreMessage(QtWarningMsg, QRegularExpression("ends at row 1048576 and leaves out 2 rows"));
+        QString err;
+        QVERIFY(VantorUtils::WriteTableData({{"h"}, {"a"}, {"b"}, {"c"}}, path, {}, false, ExportFileCodeUtf8, true, err));
+        QCOMPARE(read(path, SkipEmptyRows, err), (Table{{"h"}, {"old"}, {"a"}}));
     }
 
     void appendKeepsSheetLayout_data()
