@@ -166,8 +166,7 @@ void IVantorQueryExecuteItem::run()
                 processTotalTimeOut();
                 qCInfo(lcQuery).noquote() << "IVantorQueryExecuteItem::run"
                                           << QStringLiteral("功能号%1数据查询数据量大，超过了指定时长%2ms")
-                                                 .arg(id)
-                                                 .arg(m_totalTimeOut);
+                                                 .arg(id, QString::number(m_totalTimeOut));
                 m_running.store(false, std::memory_order_release);
                 return;
             }
@@ -322,7 +321,8 @@ bool IVantorQueryExecuteItem::processTimeout()
     m_errorString = QStringLiteral("查询超时");
     ++m_retryCount;
     qCInfo(lcQuery).noquote() << "IVantorQueryExecuteItem::processTimeout"
-                              << QStringLiteral("功能号%1查询请求超时%2次").arg(functionId()).arg(m_retryCount);
+                              << QStringLiteral("功能号%1查询请求超时%2次")
+                                     .arg(functionId(), QString::number(m_retryCount));
     return m_retryCount >= retryTimeLimit();
 }
 
@@ -333,9 +333,7 @@ bool IVantorQueryExecuteItem::processFailure(const QMap<QString, QVariant>& repl
     ++m_retryCount;
     qCInfo(lcQuery).noquote() << "IVantorQueryExecuteItem::processFailure"
                               << QStringLiteral("功能号%1查询请求错误第%2次，错误原因：%3")
-                                     .arg(functionId())
-                                     .arg(m_retryCount)
-                                     .arg(m_errorString);
+                                     .arg(functionId(), QString::number(m_retryCount), m_errorString);
     return m_retryCount >= retryTimeLimit();
 }
 

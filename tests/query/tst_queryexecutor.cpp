@@ -313,6 +313,68 @@ private slots:
         pool.waitForDone();
     }
 
+    void positionPagingWithoutPageSizeEndsOnlyFromOutside_data()
+    {
+        QTest::addColumn<int>("pageSize");
+        QTest::newRow("page size 0") << 0;
+        QTest::newRow("negative page size") << -5;
+    }
+
+    void positionPagingWithoutPageSizeEndsOnlyFromOutside()
+    {
+        // No page is shorter than such a page size: empty pages keep the query asking until
+        // it is stopped.
+        QFETCH(int, pageSize);
+        PosQueryExecuteItem item;
+        m_transport->setHandler([&](const ScriptedTransport::Request&) {
+            if (m_transport->requestCount() == 20)
+                item.stop();
+            const QVariantMap head{{key(Zentra_Fields::System::requestExeStatus), "success"},
+                                   {key(Zentra_Fields::System::subGroupNumber), 0}};
+            return ScriptedTransport::Outcome{0, ScriptedTransport::packRows(head, {}), 0};
+        });
+        item.setPrensenter(m_presenter.get());
+        item.setFunctionId("10002");
+        item.setPageSize(pageSize);
+        item.run();
+        QCOMPARE(m_transport->requestCount(), 20);
+        QCOMPARE(item.errorCode(), int(IVantorQueryExecuteItem::StoppedError));
+    }
+
+    void attemptLinesKeepTheFunctionId_data()
+    {
+        QTest::addColumn<QString>("outcome");
+        QTest::addColumn<int>("totalTimeOut");
+        QTest::addColumn<QString>("expectedLine");
+
+        // A function id that looks like a place marker stays as it is in the line.
+        QTest::newRow("time-out") << "timeout" << 0 << "IVantorQueryExecuteItem::processTimeout 功能号7%2查询请求超时1次";
+        QTest::newRow("failure") << "fail" << 0
+                                 << "IVantorQueryExecuteItem::processFailure 功能号7%2查询请求错误第1次，错误原因：服务端拒绝";
+        QTest::newRow("total time-out") << "slow" << 5
+                                        << "IVantorQueryExecuteItem::run 功能号7%2数据查询数据量大，超过了指定时长5ms";
+    }
+
+    void attemptLinesKeepTheFunctionId()
+    {
+        QFETCH(QString, outcome);
+        QFETCH(int, totalTimeOut);
+        QFETCH(QString, expectedLine);
+
+        int nextId = 0;
+        if (outcome == "slow")
+            m_transport->queueRows(numberedRows(0, 10), 100, {}, 20);
+        else
+            script(*m_transport, {outcome, "rows:1"}, 1, nextId);
+        QTest::ignoreMessage(QtInfoMsg, qPrintable(expectedLine));
+        PageQueryExecuteItem item;
+        item.setPrensenter(m_presenter.get());
+        item.setFunctionId("7%2");
+        item.setPageSize(10);
+        item.setTotalTimeOut(totalTimeOut);
+        item.run();
+    }
+
     void stopBeforeRunIsForgotten()
     {
         m_transport->queueRows(numberedRows(0, 6), 6);
