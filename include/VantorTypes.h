@@ -11,8 +11,9 @@
 #include <QStringList>
 #include <QVariant>
 
-// What a single query or a send returns.
-enum QueryDataMode {
+// What a single query or a send returns. Any value besides 0 and 1 means head and data;
+// the fixed type keeps every int a valid value.
+enum QueryDataMode : int {
     QueryHeadLine = 0,    // the head line (row 0 of the reply) alone, when not empty
     QueryDataList = 1,    // the data rows alone
     QueryHeadAndData = 2, // the head line (when not empty), then the data rows
