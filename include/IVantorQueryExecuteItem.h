@@ -102,7 +102,8 @@ public:
 private:
     Q_DISABLE_COPY(IVantorQueryExecuteItem)
 
-    // Both flags are written by one thread and read by another once per attempt.
+    // Both flags are written by one thread and read by another once per attempt. The run
+    // clears `running` after its last write, so whoever sees it false may read the outcome.
     std::atomic<bool> m_stopped{false};
     std::atomic<bool> m_running{false};
     // Made with the executor's parent, which may delete it first; the executor deletes it

@@ -8,6 +8,7 @@
 //   bench_tables [rows] [--repeat n] [--dir kept-files-dir]
 //   bench_tables --case <case> <dir> <rows>     (one case, e.g. under callgrind)
 #include "BenchFloors.h"
+#include "BenchMemory.h"
 #include "VantorUtils.h"
 
 #include <QCoreApplication>
@@ -24,19 +25,6 @@
 #include <cstdio>
 
 namespace {
-
-qint64 statusKb(const char* key)
-{
-    QFile f(QStringLiteral("/proc/self/status"));
-    if (!f.open(QIODevice::ReadOnly))
-        return -1;
-    const QList<QByteArray> lines = f.readAll().split('\n');
-    for (const QByteArray& line : lines) {
-        if (line.startsWith(key))
-            return line.mid(int(qstrlen(key))).trimmed().split(' ').first().toLongLong();
-    }
-    return -1;
-}
 
 QList<QStringList> makeTable(int rows)
 {
@@ -110,7 +98,7 @@ int runCase(const QString& name, const QString& dir, int rows)
     if (name == "floor-xlsx-write")
         prepared = BenchFloors::prepare(table, {0, 1, 2, 3, 4});
     malloc_trim(0);
-    const qint64 before = statusKb("VmRSS:");
+    const qint64 before = BenchMemory::statusKb("VmRSS:");
     QElapsedTimer timer;
     timer.start();
     QList<QStringList> result;
@@ -133,8 +121,8 @@ int runCase(const QString& name, const QString& dir, int rows)
     else if (name == "qt-csv-read")
         result = qtPeerRead(dir + "/peer.csv");
     const qint64 ms = timer.elapsed();
-    const qint64 peak = statusKb("VmHWM:");
-    const qint64 after = statusKb("VmRSS:");
+    const qint64 peak = BenchMemory::statusKb("VmHWM:");
+    const qint64 after = BenchMemory::statusKb("VmRSS:");
     if (!writes && result.size() != rows + 1)
         ok = false;
     BenchFloors::release(prepared);

@@ -44,7 +44,7 @@ void IVantorQueryExecuteItem::run()
     // The holder is gone when the parent it was made with was deleted before this executor.
     LmPresenterClassMgr* const presenterMgr = m_presenterMgr.data();
     if (!presenterMgr || !presenterMgr->presenterUnlocked() || !prepareMemory()) {
-        m_running.store(false, std::memory_order_relaxed);
+        m_running.store(false, std::memory_order_release);
         return;
     }
 
@@ -168,14 +168,14 @@ void IVantorQueryExecuteItem::run()
                                           << QStringLiteral("功能号%1数据查询数据量大，超过了指定时长%2ms")
                                                  .arg(id)
                                                  .arg(m_totalTimeOut);
-                m_running.store(false, std::memory_order_relaxed);
+                m_running.store(false, std::memory_order_release);
                 return;
             }
             if (m_stopped.load(std::memory_order_relaxed)) {
                 processStop();
                 qCInfo(lcQuery).noquote() << "IVantorQueryExecuteItem::run"
                                           << QStringLiteral("功能号%1数据查询被外部终止").arg(id);
-                m_running.store(false, std::memory_order_relaxed);
+                m_running.store(false, std::memory_order_release);
                 return;
             }
             if (m_singleQueryMinInterval > 0) {
@@ -195,7 +195,7 @@ void IVantorQueryExecuteItem::run()
         if (!exhausted.isEmpty()) {
             qCWarning(lcQuery).noquote() << "IVantorQueryExecuteItem::run" << exhausted.arg(id);
             if (m_stopAtFailOrTimeout) {
-                m_running.store(false, std::memory_order_relaxed);
+                m_running.store(false, std::memory_order_release);
                 return;
             }
             m_partFailure = true;
@@ -207,13 +207,13 @@ void IVantorQueryExecuteItem::run()
     if (postProcessDataList(rows)) {
         if (m_partFailure)
             processPartCondFailure();
-        m_running.store(false, std::memory_order_relaxed);
+        m_running.store(false, std::memory_order_release);
         qCInfo(lcQuery).noquote() << "IVantorQueryExecuteItem::run"
                                   << QStringLiteral("结束查询功能号%1数据").arg(functionId());
     } else {
         qCWarning(lcQuery).noquote() << "IVantorQueryExecuteItem::run"
                                      << QStringLiteral("功能号%1数据查询后转换失败").arg(functionId());
-        m_running.store(false, std::memory_order_relaxed);
+        m_running.store(false, std::memory_order_release);
     }
 }
 
@@ -423,7 +423,7 @@ void IVantorQueryExecuteItem::setErrorString(const QString& text)
 
 bool IVantorQueryExecuteItem::isRunning() const
 {
-    return m_running.load(std::memory_order_relaxed);
+    return m_running.load(std::memory_order_acquire);
 }
 
 void IVantorQueryExecuteItem::setPrensenter(LmPresenterClass* presenter)

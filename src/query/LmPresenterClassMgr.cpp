@@ -13,21 +13,23 @@ LmPresenterClassMgr::LmPresenterClassMgr(QObject* parent)
 void LmPresenterClassMgr::setPresenter(LmPresenterClass* presenter)
 {
     QWriteLocker locker(&m_lock);
-    m_presenter = presenter;
+    m_presenter.store(presenter, std::memory_order_release);
 }
 
 QString LmPresenterClassMgr::pluginPid() const
 {
     QReadLocker locker(&m_lock);
-    return m_presenter ? m_presenter->pluginPid() : QString();
+    LmPresenterClass* const presenter = m_presenter.load(std::memory_order_relaxed);
+    return presenter ? presenter->pluginPid() : QString();
 }
 
 int LmPresenterClassMgr::sendRequest(CMessageCommon* msg, QVariant& reply, unsigned long timeout) const
 {
     QReadLocker locker(&m_lock);
-    if (!m_presenter) {
+    LmPresenterClass* const presenter = m_presenter.load(std::memory_order_relaxed);
+    if (!presenter) {
         delete msg;
         return NoPresenter;
     }
-    return m_presenter->sendRequest_Sync_Block(msg, reply, timeout);
+    return presenter->sendRequest_Sync_Block(msg, reply, timeout);
 }

@@ -5,6 +5,8 @@
 #include <QString>
 #include <QVariant>
 
+#include <atomic>
+
 class CMessageCommon;
 class LmPresenterClass;
 
@@ -25,10 +27,11 @@ public:
     // Blocking send through the presenter, which takes the message. The read lock is held
     // for the whole send. Without a presenter the message is freed and NoPresenter returned.
     int sendRequest(CMessageCommon* msg, QVariant& reply, unsigned long timeout) const;
-    // Unlocked read, only good for telling whether a presenter was ever set.
-    LmPresenterClass* presenterUnlocked() const { return m_presenter; }
+    // Read without the lock, only good for telling whether a presenter is set. Atomic,
+    // since another thread may set the presenter as a run begins.
+    LmPresenterClass* presenterUnlocked() const { return m_presenter.load(std::memory_order_acquire); }
 
 private:
-    LmPresenterClass* m_presenter = nullptr;
+    std::atomic<LmPresenterClass*> m_presenter{nullptr};
     mutable QReadWriteLock m_lock;
 };

@@ -8,6 +8,7 @@
 #include <ZentraFields.h>
 
 #include <QElapsedTimer>
+#include <QThreadPool>
 #include <QtTest>
 
 #include <climits>
@@ -290,6 +291,26 @@ private slots:
         auto* owner = new QObject;
         new PageQueryExecuteItem(owner);
         delete owner;
+    }
+
+    void pooledRunWatchedByItsOwner()
+    {
+        // Handed to a pool: the owner may set the presenter again while the run begins, and
+        // once it sees the run over it reads the outcome without any further wait.
+        m_transport->queueRows(numberedRows(0, 10), 12);
+        m_transport->queueRows(numberedRows(10, 2), 12);
+        PageQueryExecuteItem item;
+        item.setPrensenter(m_presenter.get());
+        item.setFunctionId("10003");
+        item.setPageSize(10);
+        QThreadPool pool;
+        pool.start(&item);
+        item.setPrensenter(m_presenter.get());
+        QTRY_COMPARE_WITH_TIMEOUT(m_transport->requestCount(), 2, 10000);
+        QTRY_VERIFY_WITH_TIMEOUT(!item.isRunning(), 10000);
+        QCOMPARE(item.errorCode(), 0);
+        QCOMPARE(ids(item.dataList()), range(0, 12));
+        pool.waitForDone();
     }
 
     void stopBeforeRunIsForgotten()
