@@ -1,5 +1,6 @@
 #include "OnceTimerManager.h"
 
+#include <QMutexLocker>
 #include <QPointer>
 #include <QReadWriteLock>
 #include <QThread>
@@ -8,10 +9,13 @@
 
 // Qt creates, starts and stops a timer only on the thread of the timer's object. A call
 // from another thread therefore keeps its answer (the id is written at once, a stop says
-// whether the timer exists) and hands the timer work itself to the object's thread, which
+// whether the timer exists) and queues the timer work itself for the object's thread, which
 // does it when it next handles its events, unless the object is gone by then. Refusing
 // such calls would lose the caller's request; doing the work in the calling thread would
 // leave a timer outside its object that Qt will not start, stop or delete with it.
+// A call made on the object's thread first carries out whatever other threads queued
+// before it, so that a queued start cannot restart a timer stopped after it was asked for,
+// nor a queued stop end a timer started after it was asked for.
 
 OnceTimerManager* OnceTimerManager::instance()
 {
@@ -43,6 +47,8 @@ void OnceTimerManager::OnceTimer(int msec, IOnceTimerBase* obj, QString& timerId
             connect(owner, &QObject::destroyed, this, [this, obj]() {
                 QWriteLocker purge(&m_lock);
                 m_timers.remove(obj);
+                QMutexLocker queue(&m_queueMutex);
+                m_queued.remove(obj);
             }, Qt::DirectConnection);
         }
         timerId = QString::number(it->size());
@@ -58,20 +64,14 @@ void OnceTimerManager::OnceTimer(int msec, IOnceTimerBase* obj, QString& timerId
         const auto it = m_timers.constFind(obj);
         if (!ok || it == m_timers.constEnd() || index < 0 || index >= it->size())
             return;
-        QTimer* timer = it->at(index);
-        if (timer && timer->thread() == QThread::currentThread()) {
-            // An active timer keeps its first deadline.
-            if (!timer->isActive())
-                timer->start(msec);
+        owner = dynamic_cast<QObject*>(obj);
+        if (owner->thread() != QThread::currentThread()) {
+            postRequest(owner, obj, {index, false, msec});
             return;
         }
-        owner = dynamic_cast<QObject*>(obj);
     }
-    onObjectThread(owner, [this, owner, obj, index, msec]() {
-        QTimer* timer = ownTimer(owner, obj, index);
-        if (timer && !timer->isActive())
-            timer->start(msec);
-    });
+    runQueued(owner, obj);
+    startNow(owner, obj, index, msec);
 }
 
 bool OnceTimerManager::StopOnceTimer(IOnceTimerBase* obj, const QString& timerId)
@@ -87,36 +87,69 @@ bool OnceTimerManager::StopOnceTimer(IOnceTimerBase* obj, const QString& timerId
         const auto it = m_timers.constFind(obj);
         if (it == m_timers.constEnd() || index < 0 || index >= it->size())
             return false;
-        QTimer* timer = it->at(index);
-        if (timer && timer->thread() == QThread::currentThread()) {
-            timer->stop();
+        owner = dynamic_cast<QObject*>(obj);
+        if (owner->thread() != QThread::currentThread()) {
+            // A timer whose making is still queued has nothing to stop yet; the stop comes
+            // after that start all the same.
+            postRequest(owner, obj, {index, true, 0});
             return true;
         }
-        owner = dynamic_cast<QObject*>(obj);
     }
-    // From another thread the stop is done on the object's thread, after any start this
-    // thread asked for before; a timer whose making is still pending has nothing to stop.
-    onObjectThread(owner, [this, obj, index]() {
-        if (QTimer* timer = timerAt(obj, index))
-            timer->stop();
-    });
+    runQueued(owner, obj);
+    stopNow(obj, index);
     return true;
 }
 
-void OnceTimerManager::onObjectThread(QObject* owner, const std::function<void()>& work)
+void OnceTimerManager::postRequest(QObject* owner, IOnceTimerBase* obj, const Request& request)
 {
-    if (owner->thread() == QThread::currentThread()) {
-        work();
-        return;
+    {
+        QMutexLocker queue(&m_queueMutex);
+        m_queued[obj].append(request);
     }
-    qCDebug(lcTiming).noquote() << "OnceTimerManager::onObjectThread" << "timer work handed to the thread of"
+    qCDebug(lcTiming).noquote() << "OnceTimerManager::postRequest" << "timer work handed to the thread of"
                                 << owner->objectName();
     // Posted events die with their receiver; the guard covers the time between the
     // object's destruction starting and its posted events being dropped.
-    QMetaObject::invokeMethod(owner, [guard = QPointer<QObject>(owner), work]() {
+    QMetaObject::invokeMethod(owner, [this, guard = QPointer<QObject>(owner), obj]() {
         if (guard)
-            work();
+            runQueued(guard, obj);
     }, Qt::QueuedConnection);
+}
+
+void OnceTimerManager::runQueued(QObject* owner, IOnceTimerBase* obj)
+{
+    // One at a time: whatever a request sets off on this thread (making a timer sends the
+    // object a child event) finds the later requests still queued, in their order.
+    for (;;) {
+        Request request{};
+        {
+            QMutexLocker queue(&m_queueMutex);
+            const auto it = m_queued.find(obj);
+            if (it == m_queued.end())
+                return;
+            request = it->takeFirst();
+            if (it->isEmpty())
+                m_queued.erase(it);
+        }
+        if (request.stop)
+            stopNow(obj, request.index);
+        else
+            startNow(owner, obj, request.index, request.msec);
+    }
+}
+
+void OnceTimerManager::startNow(QObject* owner, IOnceTimerBase* obj, int index, int msec)
+{
+    // An active timer keeps its first deadline.
+    QTimer* timer = ownTimer(owner, obj, index);
+    if (timer && !timer->isActive())
+        timer->start(msec);
+}
+
+void OnceTimerManager::stopNow(IOnceTimerBase* obj, int index)
+{
+    if (QTimer* timer = timerAt(obj, index))
+        timer->stop();
 }
 
 QTimer* OnceTimerManager::timerAt(IOnceTimerBase* obj, int index)

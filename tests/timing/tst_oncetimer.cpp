@@ -176,6 +176,59 @@ private slots:
         QVERIFY(QAbstractEventDispatcher::instance()->registeredTimers(running).isEmpty());
     }
 
+    // Steps are "<thread>:<call>", the thread "own" or "other", the call an interval (a
+    // start) or "stop". A call from another thread waits for the object's thread, yet the
+    // calls take effect in the order they were made: a later call made on the object's
+    // thread is not undone by an earlier one still waiting.
+    void callsTakeEffectInTheirOrder_data()
+    {
+        QTest::addColumn<QStringList>("steps");
+        QTest::addColumn<bool>("running");
+        QTest::addColumn<int>("interval");
+        QTest::newRow("stop after a start from another thread") << QStringList{"other:20", "own:stop"} << false << 0;
+        QTest::newRow("own start and stop after a start from another thread")
+            << QStringList{"other:20", "own:30", "own:stop"} << false << 0;
+        QTest::newRow("start after a stop from another thread")
+            << QStringList{"own:60000", "other:stop", "own:20"} << true << 20;
+        QTest::newRow("stop from another thread after an own start") << QStringList{"own:60000", "other:stop"} << false
+                                                                     << 0;
+        QTest::newRow("starts from another thread keep the first") << QStringList{"other:20", "other:60000"} << true
+                                                                   << 20;
+    }
+
+    void callsTakeEffectInTheirOrder()
+    {
+        QFETCH(QStringList, steps);
+        QFETCH(bool, running);
+        QFETCH(int, interval);
+        Client c;
+        QString id;
+        for (const QString& step : qAsConst(steps)) {
+            const QString call = step.section(QLatin1Char(':'), 1);
+            bool stopped = true;
+            const auto act = [&]() {
+                if (call == QLatin1String("stop"))
+                    stopped = VantorUtils::StopOnceTimer(&c, id);
+                else
+                    VantorUtils::OnceTimer(call.toInt(), &c, id);
+            };
+            if (step.startsWith(QLatin1String("other")))
+                std::thread(act).join();
+            else
+                act();
+            QVERIFY2(stopped, qPrintable(step));
+        }
+        QCOMPARE(id, QStringLiteral("0"));
+        QCoreApplication::sendPostedEvents(&c, QEvent::MetaCall);
+        QTimer* timer = timerOf(&c, 0);
+        QVERIFY(timer);
+        QCOMPARE(timer->isActive(), running);
+        if (running) {
+            QCOMPARE(timer->interval(), interval);
+            QTRY_COMPARE(c.fired, QStringList{"0"});
+        }
+    }
+
     // Work handed to the object's thread is dropped when the object dies first.
     void objectGoneBeforeHandedWork()
     {
