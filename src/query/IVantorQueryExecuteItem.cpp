@@ -136,7 +136,7 @@ void IVantorQueryExecuteItem::run()
                     }
                     rowsSoFar = saturated(qint64(rowsSoFar) + rowsThisPage);
                     if (mode == 0)
-                        ++pageNo;
+                        pageNo = saturated(qint64(pageNo) + 1);
                     resetQueryStatus();
                 }
                 break;

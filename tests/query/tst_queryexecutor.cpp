@@ -242,19 +242,23 @@ private slots:
     void extremeCountsDoNotOverflow_data()
     {
         QTest::addColumn<int>("pageSize");
+        QTest::addColumn<int>("startPage");
         QTest::addColumn<int>("totalSize");
         QTest::addColumn<int>("announced"); // subGroupNumber of the second page
         QTest::addColumn<int>("expectedRequests");
 
         // A failed first page is asked again even when a page is as large as an int goes.
-        QTest::newRow("largest page size, first page refused") << INT_MAX << 13 << 3 << 3;
+        QTest::newRow("largest page size, first page refused") << INT_MAX << 0 << 13 << 3 << 3;
         // A server announcing absurd counts ends the query instead of wrapping around.
-        QTest::newRow("absurd row count after a page") << 10 << 100 << INT_MAX << 2;
+        QTest::newRow("absurd row count after a page") << 10 << 0 << 100 << INT_MAX << 2;
+        // The page after the last page number an int holds is not a negative one.
+        QTest::newRow("largest start page") << 10 << INT_MAX << 13 << 3 << 2;
     }
 
     void extremeCountsDoNotOverflow()
     {
         QFETCH(int, pageSize);
+        QFETCH(int, startPage);
         QFETCH(int, totalSize);
         QFETCH(int, announced);
         QFETCH(int, expectedRequests);
@@ -267,9 +271,12 @@ private slots:
         item.setPrensenter(m_presenter.get());
         item.setFunctionId("10003");
         item.setPageSize(pageSize);
+        item.setStartPageNo(startPage);
         item.run();
         QCOMPARE(m_transport->requestCount(), expectedRequests);
         QCOMPARE(ids(item.dataList()), range(0, 13));
+        for (const QVariantMap& head : heads())
+            QVERIFY(head.value(key(Zentra_Fields::System::pageNo)).toInt() >= startPage);
     }
 
     void presenterHolderGoesWithTheParent()
