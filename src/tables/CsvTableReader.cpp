@@ -4,11 +4,14 @@
 
 #include <QFile>
 #include <QThread>
+#include <QVector>
 
 #include <algorithm>
+#include <atomic>
 #include <memory>
 #include <system_error>
 #include <thread>
+#include <vector>
 
 namespace {
 
@@ -135,37 +138,60 @@ CsvTableReader::Status CsvTableReader::read(const QString& fileName, const QByte
     if (!file.open(QIODevice::ReadOnly))
         return OpenFailed;
     const qint64 size = file.size();
-    qint64 cut = -1;
-    if (size >= kSplitBytes && QThread::idealThreadCount() > 1 && TableTextDecoder(codec, strict).cutsAtLineFeed()
-        && file.seek(size / 2)) {
-        // The second half starts after the first line feed past the middle.
-        const QByteArray probe = file.read(1 << 20);
-        const int lf = probe.indexOf('\n');
-        if (lf >= 0 && size / 2 + lf + 1 < size)
-            cut = size / 2 + lf + 1;
+    const int threads = qBound(1, QThread::idealThreadCount(), kMaxThreads);
+    // Large files in a codec that may be cut at line ends are read in pieces, each starting
+    // after the first line feed past its share of the bytes. The threads take the pieces
+    // one after another, so that a thread held up for a while leaves its share to the
+    // others; the rows are put back together in the file's order.
+    QVector<qint64> starts{0};
+    if (size >= kSplitBytes && threads > 1 && TableTextDecoder(codec, strict).cutsAtLineFeed()) {
+        const int pieces = int(qBound<qint64>(2, size / kPieceBytes, qint64(threads) * kPiecesPerThread));
+        for (int k = 1; k < pieces && file.seek(size * k / pieces); ++k) {
+            const QByteArray probe = file.read(1 << 20);
+            const int lf = probe.indexOf('\n');
+            const qint64 start = size * k / pieces + lf + 1;
+            if (lf >= 0 && start > starts.last() && start < size)
+                starts.append(start);
+        }
     }
     file.close();
-    if (cut < 0)
+    starts.append(size);
+    const int count = starts.size() - 1;
+    if (count == 1)
         return readRange(fileName, 0, size, codec, strict, cfg, result);
 
-    Result first;
-    Status firstStatus = OpenFailed;
-    std::thread worker;
-    try {
-        worker = std::thread([&] { firstStatus = readRange(fileName, 0, cut, codec, strict, cfg, first); });
-    } catch (const std::system_error&) {
-        return readRange(fileName, 0, size, codec, strict, cfg, result); // no thread to be had
+    std::vector<Result> parts(static_cast<size_t>(count));
+    std::vector<Status> statuses(size_t(count), OpenFailed);
+    std::atomic<int> next{0};
+    auto work = [&] {
+        for (int i = next.fetch_add(1); i < count; i = next.fetch_add(1))
+            statuses[size_t(i)] = readRange(fileName, starts.at(i), starts.at(i + 1), codec, strict, cfg,
+                                            parts[size_t(i)]);
+    };
+    std::vector<std::thread> workers;
+    for (int t = 1; t < qMin(threads, count); ++t) {
+        try {
+            workers.emplace_back(work);
+        } catch (const std::system_error&) {
+            break; // no more threads to be had: the others take the pieces
+        }
     }
-    Result second;
-    const Status secondStatus = readRange(fileName, cut, size, codec, strict, cfg, second);
-    worker.join();
-    if (firstStatus != Ok)
-        return firstStatus;
-    if (secondStatus != Ok)
-        return secondStatus;
-    result.rows = std::move(first.rows);
-    result.rows.append(second.rows);
-    result.linesRead = first.linesRead + second.linesRead;
+    work();
+    for (std::thread& worker : workers)
+        worker.join();
+    for (const Status status : statuses) {
+        if (status != Ok)
+            return status;
+    }
+    int rows = 0;
+    for (const Result& part : parts)
+        rows += part.rows.size();
+    result.rows.reserve(rows);
+    for (Result& part : parts) {
+        result.rows.append(part.rows);
+        result.linesRead += part.linesRead;
+        part = Result();
+    }
     return Ok;
 }
 

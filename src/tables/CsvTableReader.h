@@ -25,11 +25,15 @@ public:
         qint64 linesRead = 0;
     };
 
-    // Large files in a codec that can be cut at line ends are read in two halves at once.
+    // Large files in a codec that can be cut at line ends are read in pieces, on as many
+    // threads as the machine has cores (at most kMaxThreads).
     static Status read(const QString& fileName, const QByteArray& codec, bool strict, ReadTableCfg cfg,
                        Result& result);
 
     static constexpr qint64 kSplitBytes = 4 << 20;
+    static constexpr qint64 kPieceBytes = 1 << 20;
+    static constexpr int kPiecesPerThread = 4;
+    static constexpr int kMaxThreads = 4;
 
 private:
     // Reads the lines of bytes [begin, end); `begin` is 0 or the start of a line.

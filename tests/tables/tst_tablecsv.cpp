@@ -90,6 +90,47 @@ private slots:
         }
     }
 
+    void largeFileReadInPieces_data()
+    {
+        QTest::addColumn<int>("cfg");
+        QTest::addColumn<bool>("badByteAtEnd");
+        QTest::newRow("all rows") << int(ReadAllRows) << false;
+        QTest::newRow("empty rows skipped") << int(SkipEmptyRows) << false;
+        QTest::newRow("bad byte in the last piece") << int(ReadAllRows) << true;
+    }
+
+    void largeFileReadInPieces()
+    {
+        // A file read in pieces on several threads gives its rows in order, drops empty
+        // rows in every piece, and fails whole when any piece holds a byte no codec reads.
+        QFETCH(int, cfg);
+        QFETCH(bool, badByteAtEnd);
+        QByteArray bytes;
+        Table expected;
+        for (int i = 0; i < 300000; ++i) {
+            if (i % 1000 == 999) {
+                bytes += " , \n";
+                if (cfg == ReadAllRows)
+                    expected.append(QStringList{"", ""});
+                continue;
+            }
+            bytes += "\"" + QByteArray::number(i) + "\",\"row\"\r\n";
+            expected.append({QString::number(i), "row"});
+        }
+        if (badByteAtEnd)
+            bytes += "\xFF\n";
+        const QString path = writeBytes("pieces.csv", bytes);
+        QVERIFY(QFileInfo(path).size() > 4 << 20);
+        QString err;
+        const Table rows = VantorUtils::ReadTableData(path, ReadTableCfg(cfg), err);
+        if (badByteAtEnd) {
+            QVERIFY(rows.isEmpty());
+            QCOMPARE(err, QStringLiteral("不支持的文件编码方式，请使用UTF-8或者GB2312编码！"));
+        } else {
+            QCOMPARE(rows, expected);
+        }
+    }
+
     void everyTwoByteGb18030Character()
     {
         // The reader decodes two-byte characters through its own table: it must agree
