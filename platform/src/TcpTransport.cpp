@@ -76,6 +76,13 @@ int TcpTransport::request(const QString& type, const QString& srcId, const QVari
     // Encoding happens on the caller's thread, so that many callers encode at once.
     const QByteArray frame = WireFrameCodec::encode(id, QLatin1String(WireKind::request), type, srcId,
                                                     WireFrameCodec::encodeMessage(msg));
+    if (frame.size() - 4 > WireFrameCodec::maxFrameSize) {
+        // The gateway would close the shared connection on it, failing everyone's requests.
+        const QString why = QStringLiteral("请求消息过大（%1字节），超过上限%2字节").arg(frame.size() - 4).arg(WireFrameCodec::maxFrameSize);
+        qCWarning(lcPlatform).noquote() << "TcpTransport::request" << QStringLiteral("功能号%1：%2").arg(type, why);
+        reply = ScriptedTransport::failureReply(why);
+        return Failure;
+    }
     const qint64 waitMs = qint64(qMin<unsigned long>(timeoutMs, static_cast<unsigned long>(std::numeric_limits<int>::max())));
     const QDeadlineTimer deadline(waitMs);
     auto entry = m_pending->add(id);

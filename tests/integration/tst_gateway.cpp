@@ -504,6 +504,24 @@ private slots:
         QVERIFY(call(good, Fn::funds).ok());
     }
 
+    void oversizedRequestFailsAloneAndKeepsTheConnection()
+    {
+        GatewayFaultRates slow;
+        slow.latencyMs = 1500;
+        GatewayServer gateway(options(5, 7, slow));
+        QVERIFY(gateway.start());
+        TcpTransport transport(gateway.address());
+        QVERIFY(call(transport, Fn::funds).ok()); // the connection is open
+        std::atomic<int> inFlight{-1};
+        std::thread other([&] { inFlight = call(transport, Fn::funds).ok() ? 1 : 0; });
+        const QVariantMap huge{{QStringLiteral("blob"), QByteArray(int(WireFrameCodec::maxFrameSize), 'x')}};
+        const Answer a = call(transport, Fn::funds, {huge});
+        other.join();
+        QCOMPARE(a.result, 2);
+        QVERIFY2(a.text().contains(QStringLiteral("过大")), qPrintable(a.text()));
+        QCOMPARE(inFlight.load(), 1);
+    }
+
     void badReplyClosesTheConnection()
     {
         // A peer that answers every request with bytes that are no frame.
