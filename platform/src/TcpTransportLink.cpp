@@ -113,7 +113,7 @@ TcpTransportLink::TcpTransportLink(const QString& host, quint16 port, PendingReq
 TcpTransportLink::~TcpTransportLink()
 {
     {
-        std::lock_guard<std::mutex> lock(m_mutex);
+        std::lock_guard<std::timed_mutex> lock(m_mutex);
         m_stopping = true;
         if (m_fd >= 0)
             ::shutdown(m_fd, SHUT_RDWR); // the reading thread wakes, closes and fails what is in flight
@@ -146,13 +146,20 @@ bool TcpTransportLink::connectLocked(const QDeadlineTimer& deadline, QString* wh
 TcpTransportLink::SendResult TcpTransportLink::send(const std::shared_ptr<PendingRequests::Entry>& entry,
                                                     const QByteArray& frame, const QDeadlineTimer& deadline, QString* why)
 {
-    std::unique_lock<std::mutex> lock(m_mutex);
+    const auto until = deadline.deadline<std::chrono::steady_clock>();
+    // Another caller may be connecting or writing a large frame: wait for it no longer
+    // than this request may take.
+    std::unique_lock<std::timed_mutex> lock(m_mutex, std::defer_lock);
+    if (!lock.try_lock_until(until)) {
+        *why = QStringLiteral("等待发送到交易网关%1超时").arg(endpoint());
+        return TimedOut;
+    }
     // A connection whose write failed is being closed by the reading thread; the next one
     // is opened once it is gone.
     while (m_broken && !m_stopping) {
-        if (m_changed.wait_until(lock, deadline.deadline<std::chrono::steady_clock>()) == std::cv_status::timeout) {
+        if (m_changed.wait_until(lock, until) == std::cv_status::timeout) {
             *why = QStringLiteral("连接交易网关%1超时").arg(endpoint());
-            return NotConnected;
+            return TimedOut;
         }
     }
     if (m_stopping) {
@@ -211,7 +218,7 @@ void TcpTransportLink::readLoop()
         int fd = -1;
         quint64 connection = 0;
         {
-            std::unique_lock<std::mutex> lock(m_mutex);
+            std::unique_lock<std::timed_mutex> lock(m_mutex);
             m_changed.wait(lock, [this] { return m_stopping || m_fd >= 0; });
             if (m_fd < 0)
                 return; // stopping without a connection
@@ -220,7 +227,7 @@ void TcpTransportLink::readLoop()
         }
         const QString reason = readConnection(fd);
         {
-            std::lock_guard<std::mutex> lock(m_mutex);
+            std::lock_guard<std::timed_mutex> lock(m_mutex);
             ::close(fd);
             m_fd = -1;
             m_broken = false;
@@ -245,7 +252,7 @@ QString TcpTransportLink::readConnection(int fd)
         if (got <= 0) {
             bool stopping = false;
             {
-                std::lock_guard<std::mutex> lock(m_mutex);
+                std::lock_guard<std::timed_mutex> lock(m_mutex);
                 stopping = m_stopping;
             }
             if (stopping)

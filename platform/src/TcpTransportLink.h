@@ -8,6 +8,7 @@
 #include <QObject>
 
 #include <condition_variable>
+#include <chrono>
 #include <memory>
 #include <mutex>
 #include <thread>
@@ -48,8 +49,10 @@ private:
     const quint16 m_port;
     PendingRequests& m_pending;
 
-    std::mutex m_mutex; // guards the members below and every write to the socket
-    std::condition_variable m_changed;
+    // Guards the members below and every write to the socket. Timed, so that a caller
+    // waiting behind another one that connects or writes slowly still keeps its own time-out.
+    std::timed_mutex m_mutex;
+    std::condition_variable_any m_changed;
     int m_fd = -1;
     quint64 m_connection = 0; // number of the current (or last) connection
     bool m_broken = false;    // a write failed: the reading thread is to close the connection

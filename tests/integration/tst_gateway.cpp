@@ -16,6 +16,10 @@
 #include <QtTest>
 
 #include <atomic>
+#include <netinet/in.h>
+#include <poll.h>
+#include <sys/socket.h>
+#include <unistd.h>
 #include <mutex>
 #include <thread>
 #include <vector>
@@ -520,6 +524,38 @@ private slots:
         QCOMPARE(a.result, 2);
         QVERIFY2(a.text().contains(QStringLiteral("过大")), qPrintable(a.text()));
         QCOMPARE(inFlight.load(), 1);
+    }
+
+    void callerBehindABlockedWriteKeepsItsTimeout()
+    {
+        // A peer that takes the connection but never reads: a large frame fills the socket
+        // buffers and its writer waits for its whole time-out.
+        const int listener = ::socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0);
+        QVERIFY(listener >= 0);
+        sockaddr_in addr = {};
+        addr.sin_family = AF_INET;
+        addr.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
+        socklen_t len = sizeof addr;
+        QVERIFY(::bind(listener, reinterpret_cast<sockaddr*>(&addr), sizeof addr) == 0);
+        QVERIFY(::listen(listener, 4) == 0);
+        QVERIFY(::getsockname(listener, reinterpret_cast<sockaddr*>(&addr), &len) == 0);
+        TcpTransport transport(QStringLiteral("127.0.0.1:%1").arg(ntohs(addr.sin_port)));
+
+        const QVariantMap big{{QStringLiteral("blob"), QByteArray(40 * 1024 * 1024, 'x')}};
+        std::atomic<int> writer{-1};
+        std::thread first([&] { writer = call(transport, Fn::funds, {big}, 15000).result; });
+        pollfd p = {listener, POLLIN, 0};
+        QCOMPARE(::poll(&p, 1, 20000), 1); // connected: the writer holds the connection
+
+        QElapsedTimer timer;
+        timer.start();
+        const Answer a = call(transport, Fn::funds, {QVariantMap()}, 300);
+        const qint64 waited = timer.elapsed();
+        ::close(listener); // resets the connection, which ends the writer
+        first.join();
+        QCOMPARE(a.result, 1);
+        QVERIFY2(waited < 10000, qPrintable(QString::number(waited)));
+        QVERIFY(writer.load() != 0);
     }
 
     void badReplyClosesTheConnection()
