@@ -41,6 +41,11 @@ signals:
     // A message that the gateway pushed (order state changes and the like).
     void pushReceived(const QString& type, const QVariant& msg);
 
+protected:
+    // Listening to pushReceived attaches the presenter to its transport at once, so that
+    // pushes arrive before the presenter sends anything itself.
+    void connectNotify(const QMetaMethod& signal) override;
+
 private:
     std::shared_ptr<IPresenterTransport> resolveTransport() const;
 

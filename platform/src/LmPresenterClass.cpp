@@ -6,6 +6,8 @@
 #include "PresenterTransports.h"
 #include "ScriptedTransport.h"
 
+#include <QMetaMethod>
+
 LmPresenterClass::LmPresenterClass(const QString& name, QObject* parent, int threadType)
     : QObject(parent)
     , m_pluginPid(name)
@@ -21,8 +23,18 @@ LmPresenterClass::~LmPresenterClass()
 
 void LmPresenterClass::setTransport(std::shared_ptr<IPresenterTransport> transport)
 {
-    QMutexLocker locker(&m_mutex);
-    m_own = std::move(transport);
+    {
+        QMutexLocker locker(&m_mutex);
+        m_own = std::move(transport);
+    }
+    if (isSignalConnected(QMetaMethod::fromSignal(&LmPresenterClass::pushReceived)))
+        resolveTransport(); // pushes follow the new transport
+}
+
+void LmPresenterClass::connectNotify(const QMetaMethod& signal)
+{
+    if (signal == QMetaMethod::fromSignal(&LmPresenterClass::pushReceived))
+        resolveTransport();
 }
 
 std::shared_ptr<IPresenterTransport> LmPresenterClass::transport() const

@@ -331,6 +331,30 @@ private slots:
                  QStringLiteral("委托已结束，不能撤单"));
     }
 
+    void pushesReachEveryListeningPresenterOfTheAddress()
+    {
+        // The application listens on one presenter; a plug-in places the order through its own.
+        GatewayServer gateway(options(5));
+        QVERIFY(gateway.start());
+        qputenv("VANTOR_GATEWAY", gateway.address().toUtf8());
+        struct Unset {
+            ~Unset() { qunsetenv("VANTOR_GATEWAY"); }
+        } unset;
+        LmPresenterClass listener(QStringLiteral("listener"));
+        std::atomic<int> pushes{0};
+        connect(&listener, &LmPresenterClass::pushReceived, this, [&] { ++pushes; }, Qt::DirectConnection);
+
+        LmPresenterClass trader(QStringLiteral("trader"));
+        CPackMessageCommon pack;
+        pack.AddRowVaule({{S::symbol, "600000"}, {S::side, "buy"}, {S::price, 10.5}, {S::orderQty, 100}});
+        auto* msg = new CMessageCommon;
+        msg->SetMsg(pack.GetPackedMsg(false));
+        msg->SetType(QString(Fn::placeOrder));
+        QVariant reply;
+        QCOMPARE(trader.sendRequest_Sync_Block(msg, reply, patient), 0);
+        QTRY_COMPARE_WITH_TIMEOUT(pushes.load(), 4, 30000);
+    }
+
     void faultsGiveTheirOutcome_data()
     {
         QTest::addColumn<QString>("how"); // "flag": gateway option; "control": the control function
