@@ -9,6 +9,7 @@
 #include <QJsonDocument>
 #include <QJsonObject>
 #include <QJsonValue>
+#include <QLocale>
 
 static void initPlatformResources()
 {
@@ -104,7 +105,7 @@ bool CDataBase::parse(const QByteArray& json, const QString& origin,
             if (v.isString())
                 values.insert(it.key(), v.toString());
             else if (v.isDouble())
-                values.insert(it.key(), QString::number(v.toDouble(), 'g', 17));
+                values.insert(it.key(), QString::number(v.toDouble(), 'g', QLocale::FloatingPointShortest));
             else if (v.isBool())
                 values.insert(it.key(), v.toBool() ? QStringLiteral("1") : QStringLiteral("0"));
             else if (v.isArray())
