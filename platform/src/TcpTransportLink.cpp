@@ -8,6 +8,7 @@
 #include <cerrno>
 #include <cstring>
 #include <fcntl.h>
+#include <limits>
 #include <netdb.h>
 #include <netinet/in.h>
 #include <netinet/tcp.h>
@@ -113,12 +114,12 @@ TcpTransportLink::TcpTransportLink(const QString& host, quint16 port, PendingReq
 TcpTransportLink::~TcpTransportLink()
 {
     {
-        std::lock_guard<std::timed_mutex> lock(m_mutex);
+        QMutexLocker lock(&m_mutex);
         m_stopping = true;
         if (m_fd >= 0)
             ::shutdown(m_fd, SHUT_RDWR); // the reading thread wakes, closes and fails what is in flight
     }
-    m_changed.notify_all();
+    m_changed.wakeAll();
     m_reader.join();
 }
 
@@ -146,18 +147,21 @@ bool TcpTransportLink::connectLocked(const QDeadlineTimer& deadline, QString* wh
 TcpTransportLink::SendResult TcpTransportLink::send(const std::shared_ptr<PendingRequests::Entry>& entry,
                                                     const QByteArray& frame, const QDeadlineTimer& deadline, QString* why)
 {
-    const auto until = deadline.deadline<std::chrono::steady_clock>();
     // Another caller may be connecting or writing a large frame: wait for it no longer
     // than this request may take.
-    std::unique_lock<std::timed_mutex> lock(m_mutex, std::defer_lock);
-    if (!lock.try_lock_until(until)) {
+    const qint64 waitMs = deadline.remainingTime();
+    if (!m_mutex.tryLock(waitMs < 0 ? -1 : int(qMin<qint64>(waitMs, std::numeric_limits<int>::max())))) {
         *why = QStringLiteral("等待发送到交易网关%1超时").arg(endpoint());
         return TimedOut;
     }
+    struct Unlock {
+        QMutex& mutex;
+        ~Unlock() { mutex.unlock(); }
+    } unlock{m_mutex};
     // A connection whose write failed is being closed by the reading thread; the next one
     // is opened once it is gone.
     while (m_broken && !m_stopping) {
-        if (m_changed.wait_until(lock, until) == std::cv_status::timeout) {
+        if (!m_changed.wait(&m_mutex, deadline)) {
             *why = QStringLiteral("连接交易网关%1超时").arg(endpoint());
             return TimedOut;
         }
@@ -169,13 +173,9 @@ TcpTransportLink::SendResult TcpTransportLink::send(const std::shared_ptr<Pendin
     if (m_fd < 0) {
         if (!connectLocked(deadline, why))
             return NotConnected;
-        lock.unlock();
-        m_changed.notify_all(); // the reading thread takes the new connection
-        lock.lock();
-        if (m_fd < 0 || m_broken || m_stopping) {
-            *why = QStringLiteral("与交易网关%1的连接已断开").arg(endpoint());
-            return NotConnected;
-        }
+        // The reading thread takes the new connection once this frame is written; the lock
+        // is kept, so that no other caller's write comes between.
+        m_changed.wakeAll();
     }
 
     const char* data = frame.constData();
@@ -218,8 +218,9 @@ void TcpTransportLink::readLoop()
         int fd = -1;
         quint64 connection = 0;
         {
-            std::unique_lock<std::timed_mutex> lock(m_mutex);
-            m_changed.wait(lock, [this] { return m_stopping || m_fd >= 0; });
+            QMutexLocker lock(&m_mutex);
+            while (!m_stopping && m_fd < 0)
+                m_changed.wait(&m_mutex);
             if (m_fd < 0)
                 return; // stopping without a connection
             fd = m_fd;
@@ -227,12 +228,12 @@ void TcpTransportLink::readLoop()
         }
         const QString reason = readConnection(fd);
         {
-            std::lock_guard<std::timed_mutex> lock(m_mutex);
+            QMutexLocker lock(&m_mutex);
             ::close(fd);
             m_fd = -1;
             m_broken = false;
         }
-        m_changed.notify_all();
+        m_changed.wakeAll();
         qCInfo(lcPlatform).noquote() << "TcpTransportLink::readLoop" << reason;
         // Requests written to the lost connection cannot be answered any more.
         m_pending.failSent(connection, ScriptedTransport::failureReply(reason), IPresenterTransport::Failure);
@@ -252,7 +253,7 @@ QString TcpTransportLink::readConnection(int fd)
         if (got <= 0) {
             bool stopping = false;
             {
-                std::lock_guard<std::timed_mutex> lock(m_mutex);
+                QMutexLocker lock(&m_mutex);
                 stopping = m_stopping;
             }
             if (stopping)

@@ -5,12 +5,11 @@
 
 #include <QByteArray>
 #include <QDeadlineTimer>
+#include <QMutex>
 #include <QObject>
+#include <QWaitCondition>
 
-#include <condition_variable>
-#include <chrono>
 #include <memory>
-#include <mutex>
 #include <thread>
 
 // The connection of a TcpTransport. Callers write their frames themselves, one at a time,
@@ -49,10 +48,10 @@ private:
     const quint16 m_port;
     PendingRequests& m_pending;
 
-    // Guards the members below and every write to the socket. Timed, so that a caller
-    // waiting behind another one that connects or writes slowly still keeps its own time-out.
-    std::timed_mutex m_mutex;
-    std::condition_variable_any m_changed;
+    // Guards the members below and every write to the socket. A caller waiting behind
+    // another one that connects or writes slowly takes it with its own time-out.
+    QMutex m_mutex;
+    QWaitCondition m_changed;
     int m_fd = -1;
     quint64 m_connection = 0; // number of the current (or last) connection
     bool m_broken = false;    // a write failed: the reading thread is to close the connection
