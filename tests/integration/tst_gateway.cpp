@@ -200,6 +200,36 @@ private slots:
         QCOMPARE(call(*m_transport, Fn::funds).rows.size(), 1);
     }
 
+    void reusedDatabaseHoldsTheGeneratedDataOnly()
+    {
+        // Orders placed or cancelled in one run do not stay in the file for the next one.
+        QTemporaryDir dir;
+        GatewayOptions o = options(5);
+        o.dbPath = dir.filePath(QStringLiteral("gateway.sqlite"));
+        QList<QVariantMap> generated;
+        for (int run = 0; run < 3; ++run) {
+            GatewayServer gateway(o);
+            QVERIFY(gateway.start());
+            TcpTransport transport(gateway.address());
+            const Answer all = call(transport, Fn::orders);
+            QVERIFY(all.ok());
+            QCOMPARE(all.head.value(Sys::totalSize).toInt(), 5);
+            if (run == 0)
+                generated = all.rows;
+            QCOMPARE(all.rows, generated);
+            const QVariantMap order{{S::symbol, "600000"}, {S::side, "buy"}, {S::price, 10.5}, {S::orderQty, 100}};
+            QVERIFY(call(transport, Fn::placeOrder, {order}).ok());
+            for (const QVariantMap& row : all.rows) {
+                const QString status = row.value(S::orderStatus).toString();
+                if (status == QLatin1String(Zentra_Values::OrderStatus::newOrder)
+                    || status == QLatin1String(Zentra_Values::OrderStatus::partiallyFilled)) {
+                    QVERIFY(call(transport, Fn::cancelOrder, {QVariantMap{{S::orderID, row.value(S::orderID)}}}).ok());
+                    break;
+                }
+            }
+        }
+    }
+
     void catalogueAnswers_data()
     {
         QTest::addColumn<QString>("function");

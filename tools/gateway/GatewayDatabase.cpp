@@ -183,6 +183,7 @@ bool GatewayDatabase::open(const QString& path, int rows, quint32 seed, QString*
         q.exec(QStringLiteral("SELECT COUNT(*) FROM %1").arg(QLatin1String(table)));
         return q.next() ? q.value(0).toInt() : 0;
     };
+    m_changed = false;
     m_positionCount = count("positions");
     m_orderCount = count("orders");
     m_tradeCount = count("trades");
@@ -426,8 +427,17 @@ GatewayPage GatewayDatabase::trades(int pageNo, int pageSize)
     return numberedPage(*m_tradesQuery, m_tradeRows, m_tradeCount, pageNo, pageSize);
 }
 
+void GatewayDatabase::markChanged()
+{
+    if (m_changed)
+        return;
+    // The next run with the same seed and rows generates the data again.
+    m_changed = exec(QStringLiteral("DELETE FROM meta WHERE name = 'data'"));
+}
+
 bool GatewayDatabase::insertOrder(GatewayOrder& order)
 {
+    markChanged();
     order.orderID = key(m_orderCount + 1);
     QSqlQuery q(m_db);
     q.prepare(insertSql("orders", orderColumns));
@@ -465,6 +475,7 @@ bool GatewayDatabase::findOrder(const QString& orderID, GatewayOrder* order)
 
 bool GatewayDatabase::updateOrder(const GatewayOrder& order)
 {
+    markChanged();
     QSqlQuery q(m_db);
     q.prepare(QStringLiteral("UPDATE orders SET %1 = ?, %2 = ? WHERE %3 = ?")
                   .arg(QLatin1String(S::orderStatus), QLatin1String(S::cumQty), QLatin1String(S::orderID)));

@@ -21,7 +21,8 @@ public:
     ~GatewayDatabase();
 
     // Opens (creating when needed) the file and fills it from seed and rows. A file that
-    // already holds the data of the same seed and rows is used as it is.
+    // already holds the data of the same seed and rows, unchanged by orders placed or
+    // cancelled since, is used as it is.
     bool open(const QString& path, int rows, quint32 seed, QString* error);
     void close();
 
@@ -46,12 +47,15 @@ private:
     GatewayPage readPage(QSqlQuery& query, const QString& positionField = QString());
     GatewayPage numberedPage(QSqlQuery& query, GatewayRowCache& cache, int rowCount, int pageNo, int pageSize);
     bool loadPositions();
+    // Before the first change of a run: the file no longer holds the generated data alone.
+    void markChanged();
 
     QString m_connection;
     QSqlDatabase m_db;
     int m_positionCount = 0;
     int m_orderCount = 0;
     int m_tradeCount = 0;
+    bool m_changed = false;
     std::unique_ptr<QSqlQuery> m_positionsQuery;
     std::unique_ptr<QSqlQuery> m_ordersQuery;
     std::unique_ptr<QSqlQuery> m_tradesQuery;
