@@ -55,4 +55,8 @@ private:
     std::shared_ptr<IPresenterTransport> m_own;
     mutable std::shared_ptr<IPresenterTransport> m_connected;
     mutable QMetaObject::Connection m_pushConnection;
+    // Hands the transport's pushes to this presenter; cleared under its lock on
+    // destruction, so that no push is delivered to a presenter that is gone.
+    struct PushRelay;
+    std::shared_ptr<PushRelay> m_relay;
 };

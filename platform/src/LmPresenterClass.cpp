@@ -8,16 +8,28 @@
 
 #include <QMetaMethod>
 
+struct LmPresenterClass::PushRelay {
+    QRecursiveMutex mutex; // a listener may delete the presenter while a push is delivered
+    LmPresenterClass* target = nullptr;
+};
+
 LmPresenterClass::LmPresenterClass(const QString& name, QObject* parent, int threadType)
     : QObject(parent)
     , m_pluginPid(name)
     , m_threadType(threadType)
+    , m_relay(std::make_shared<PushRelay>())
 {
     setObjectName(name);
+    m_relay->target = this;
 }
 
 LmPresenterClass::~LmPresenterClass()
 {
+    {
+        // Waits for a push being delivered on the transport's thread.
+        QMutexLocker locker(&m_relay->mutex);
+        m_relay->target = nullptr;
+    }
     QObject::disconnect(m_pushConnection);
 }
 
@@ -56,8 +68,11 @@ std::shared_ptr<IPresenterTransport> LmPresenterClass::resolveTransport() const
     if (chosen != m_connected) {
         QObject::disconnect(m_pushConnection);
         m_pushConnection = QObject::connect(chosen.get(), &IPresenterTransport::pushed,
-                                            const_cast<LmPresenterClass*>(this), &LmPresenterClass::pushReceived,
-                                            Qt::DirectConnection);
+                                            [relay = m_relay](const QString& type, const QVariant& msg) {
+                                                QMutexLocker locker(&relay->mutex);
+                                                if (relay->target)
+                                                    emit relay->target->pushReceived(type, msg);
+                                            });
         m_connected = chosen;
     }
     return chosen;

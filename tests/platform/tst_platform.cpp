@@ -16,6 +16,7 @@
 #include <QTemporaryDir>
 #include <QtTest>
 
+#include <atomic>
 #include <thread>
 #include <vector>
 
@@ -300,6 +301,33 @@ private slots:
         transport->push("order", QVariantMap{{"orderStatus", "new"}});
         QCOMPARE(spy.count(), 1);
         QCOMPARE(spy.first().at(0).toString(), QString("order"));
+    }
+
+    void presenterGoneMeansNoMorePushDelivery()
+    {
+        // A push is being delivered on the transport's thread while the owner deletes the
+        // presenter: once the deletion returns, nothing runs on the presenter's behalf.
+        auto transport = std::make_shared<ScriptedTransport>();
+        auto* presenter = new LmPresenterClass("going");
+        presenter->setTransport(transport);
+        std::atomic<bool> entered{false};
+        std::atomic<bool> running{false};
+        connect(presenter, &LmPresenterClass::pushReceived, presenter, [&] {
+            running = true;
+            entered = true;
+            QElapsedTimer busy; // a listener that takes its time
+            busy.start();
+            while (busy.elapsed() < 500)
+                QThread::yieldCurrentThread();
+            running = false;
+        }, Qt::DirectConnection);
+        std::thread pusher([&] { transport->push("order", QVariantMap{{"orderStatus", "new"}}); });
+        QTRY_VERIFY_WITH_TIMEOUT(entered.load(), 20000);
+        delete presenter;
+        const bool stillRunning = running.load();
+        pusher.join();
+        QVERIFY(!stillRunning);
+        transport->push("order", QVariantMap()); // nobody listens any more
     }
 
     void requestTimeoutFromEnvironment_data()
