@@ -39,6 +39,7 @@ void XlsxCellPipe::cell(const XlsxRawCell& c)
     h.array.lastCol = c.arrayLastCol;
     h.kind = char(c.kind);
     h.hasFormula = c.hasFormula;
+    h.styleFromColumn = c.styleFromColumn;
     append(h, c.value, c.hasFormula ? c.formula : "");
 }
 
@@ -54,6 +55,7 @@ void XlsxCellPipe::columnWidth(int firstCol, int lastCol, double width)
     h.width = width;
     h.kind = 'w';
     h.hasFormula = false;
+    h.styleFromColumn = false;
     append(h, "", "");
 }
 
@@ -123,6 +125,7 @@ bool XlsxCellPipe::drain(XlsxRawCellSink& out, QString& err)
             c.row = h.row;
             c.col = h.col;
             c.style = h.style;
+            c.styleFromColumn = h.styleFromColumn;
             c.sharedIndex = h.sharedIndex;
             c.kind = XlsxRawCell::Kind(h.kind);
             c.hasFormula = h.hasFormula;

@@ -49,6 +49,7 @@ private:
         };
         char kind;    // an XlsxRawCell::Kind, or 'w' for a column width
         bool hasFormula;
+        bool styleFromColumn;
     };
 
     void append(const Header& h, const char* value, const char* formula);

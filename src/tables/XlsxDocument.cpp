@@ -234,7 +234,12 @@ struct XlsxDocument::Private {
     {
         const lxw_row_t r = lxw_row_t(c.row - 1);
         const lxw_col_t col = lxw_col_t(c.col - 1);
-        lxw_format* fmt = oldFormat(c.style);
+        // A cell that names no format shows the workbook's first one, whatever its row's
+        // or column's format; given no format, the writer would dress it in those.
+        const bool ownFormat = c.style >= 0 && !c.styleFromColumn;
+        lxw_format* fmt = oldFormat(ownFormat ? c.style : 0);
+        if (!fmt && (c.type != XlsxCell::Empty || c.styleFromColumn))
+            fmt = plainFormat();
         if (!c.formula.isEmpty() && c.arrayLastRow > 0) {
             // The writer keeps a number as the result only; a text result shows once the
             // workbook is calculated again. The other cells of the range come with their

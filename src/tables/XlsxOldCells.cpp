@@ -21,6 +21,7 @@ void XlsxOldCells::cell(const XlsxCell& c)
     o.col = c.col;
     o.type = c.type;
     o.style = c.style;
+    o.styleFromColumn = c.styleFromColumn;
     if (c.hasFormula) {
         o.formula = c.formula;
         o.arrayLastRow = c.arrayLastRow;

@@ -16,6 +16,9 @@ struct XlsxOldCell {
     double number = 0;
     QString formula;
     int style = -1;
+    // The cell named no format: it shows the workbook's first format, whatever its
+    // column's format (which style holds, for reading).
+    bool styleFromColumn = false;
     int arrayLastRow = 0; // an array formula: the far corner of the range it fills
     int arrayLastCol = 0;
 };

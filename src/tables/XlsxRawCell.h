@@ -16,6 +16,7 @@ struct XlsxRawCell {
     int row = 0; // 1-based
     int col = 0; // 1-based
     int style = -1;
+    bool styleFromColumn = false; // the cell names no format: style is its column's
     int sharedIndex = -1;
     Kind kind = Empty;
     bool hasFormula = false;

@@ -270,6 +270,7 @@ public:
         m_cell.row = r.row;
         m_cell.col = r.col;
         m_cell.style = r.style;
+        m_cell.styleFromColumn = r.styleFromColumn;
         m_cell.hasFormula = r.hasFormula;
         m_cell.arrayLastRow = r.arrayLastRow;
         m_cell.arrayLastCol = r.arrayLastCol;
@@ -503,6 +504,7 @@ private:
         m_cell.arrayLastCol = 0;
         m_sharedFormula = -1;
         m_cell.style = -1;
+        m_cell.styleFromColumn = false;
         m_value.clear();
         m_formula.clear();
         m_hasInline = false;
@@ -546,8 +548,10 @@ private:
         m_col = col;
         m_cell.row = row;
         m_cell.col = col;
-        if (!hasStyle && col <= m_columnStyles.size() && m_columnStyles.at(col - 1) > 0)
+        if (!hasStyle && col <= m_columnStyles.size() && m_columnStyles.at(col - 1) > 0) {
             m_cell.style = m_columnStyles.at(col - 1);
+            m_cell.styleFromColumn = true;
+        }
     }
 
     void endCell()

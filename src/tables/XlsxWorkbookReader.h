@@ -26,6 +26,7 @@ struct XlsxCell {
     int arrayLastRow = 0;
     int arrayLastCol = 0;
     int style = -1;      // cell format index; -1 when neither the cell nor its column has one
+    bool styleFromColumn = false; // the cell names no format of its own: style is its column's
     bool isoDate = false; // String: the text is an ISO 8601 date and/or time (see dateTimeFromIso)
 };
 

@@ -9,6 +9,7 @@
 #include <QJsonArray>
 #include <QJsonDocument>
 #include <QJsonObject>
+#include <QLoggingCategory>
 #include <QProcess>
 #include <QTemporaryDir>
 #include <QtTest>
@@ -487,6 +488,121 @@ private slots:
         QString err;
         const Table inl = VantorUtils::ReadTableData(kCorpus + "/inlineStrings.xlsx", SkipEmptyRows, err);
         QVERIFY(!inl.isEmpty());
+    }
+
+    // A few telling cells of workbooks from many producers, as the producer's own
+    // application shows them (texts written out here, checked against openpyxl once).
+    void corpusCellsReadAsWritten_data()
+    {
+        QTest::addColumn<QString>("file");
+        QTest::addColumn<QStringList>("sheets");
+        QTest::addColumn<QString>("sheet");
+        QTest::addColumn<int>("rows");
+        QTest::addColumn<QString>("cell");
+        QTest::addColumn<QString>("text");
+        const QStringList v3{"源数据", "规则", "示例1", "示例2", "示例3"};
+        QTest::newRow("sheet order, Chinese names") << "v3.xlsx" << v3 << "规则" << 10 << "F7" << "填写前请仔细阅读规则和示例";
+        QTest::newRow("long number as text") << "v3.xlsx" << v3 << "示例3" << 9 << "B9" << "123456789012345678";
+        QTest::newRow("rich inline string") << "inlineStrings.xlsx" << QStringList{"Activity by Day"} << "Activity by Day" << 38
+                                            << "B1" << "HL Retail - North America - Activity by Day - MTD";
+        QTest::newRow("date by number format") << "testcelltypes.xlsx" << QStringList{"Sheet1"} << "Sheet1" << 8 << "A5" << "2015-01-01";
+        QTest::newRow("boolean") << "testcelltypes.xlsx" << QStringList{"Sheet1"} << "Sheet1" << 8 << "A6" << "true";
+        QTest::newRow("formula") << "testcelltypes.xlsx" << QStringList{"Sheet1"} << "Sheet1" << 8 << "A7" << "";
+        QTest::newRow("decimal") << "testcelltypes.xlsx" << QStringList{"Sheet1"} << "Sheet1" << 8 << "A4" << "1.024";
+        QTest::newRow("chart sheet kept in order") << "testchartsheet.xlsx" << QStringList{"Chart1", "Sheet1"} << "Sheet1" << 5
+                                                   << "A5" << "4";
+        QTest::newRow("31-character name") << "max_sheet_name_length.xlsx"
+                                           << QStringList{"αααααβββββγγγγγδδδδδεεεεεζζζζζη", "Sheet2", "Sheet3"}
+                                           << "αααααβββββγγγγγδδδδδεεεεεζζζζζη" << 1 << "A1"
+                                           << "This file was created by Microsoft Excel 2007";
+        QTest::newRow("no styles, no shared strings") << "noStylesAndSharedStringsTest.xlsx" << QStringList{"10 Aug 2013 19_11_21"}
+                                                      << "10 Aug 2013 19_11_21" << 2606 << "W1" << "Move samples";
+        QTest::newRow("merged, top left") << "merged_cells2.xlsx" << QStringList{"Sheet 1"} << "Sheet 1" << 3 << "D1" << "D0E0D1E1";
+        QTest::newRow("merged, covered") << "merged_cells2.xlsx" << QStringList{"Sheet 1"} << "Sheet 1" << 3 << "C2" << "";
+        QTest::newRow("WPS blank lines") << "wpsBlankLineTest.xlsx" << QStringList{"Sheet1"} << "Sheet1" << 5 << "C5" << "编号";
+        QTest::newRow("empty rows and columns") << "empty_rows.xlsx" << QStringList{"EmptyRows", "EmptyCols", "EmptyRowsAndCols"}
+                                                << "EmptyRowsAndCols" << 4 << "C3" << "C3";
+        QTest::newRow("namespaced XML") << "namespaced.xlsx" << QStringList{"Sheet1"} << "Sheet1" << 3 << "L2" << "w";
+        QTest::newRow("formula column") << "samplefile.xlsx" << QStringList{"Sample", "Cities"} << "Sample" << 1000 << "D2" << "";
+        QTest::newRow("date in a formula sheet") << "samplefile.xlsx" << QStringList{"Sample", "Cities"} << "Sample" << 1000 << "B2"
+                                                 << "2020-03-20";
+        QTest::newRow("text-formatted column") << "panic_test.xlsx" << QStringList{"上传模板"} << "上传模板" << 9884 << "D5"
+                                               << "11010419890429042x";
+        QTest::newRow("Numbers") << "macNumbersTest.xlsx" << QStringList{"主动技能"} << "主动技能" << 123 << "A1"
+                                 << "编号";
+        QTest::newRow("Google Docs") << "googleDocsTest.xlsx" << QStringList{"Sheet1"} << "Sheet1" << 2 << "B2" << "hello hello";
+    }
+
+    void corpusCellsReadAsWritten()
+    {
+        QFETCH(QString, file);
+        QFETCH(QStringList, sheets);
+        QFETCH(QString, sheet);
+        QFETCH(int, rows);
+        QFETCH(QString, cell);
+        QFETCH(QString, text);
+        if (!QDir(kCorpus).exists())
+            QSKIP("the workbook corpus is not present");
+        QLoggingCategory::setFilterRules(QStringLiteral("vantor.tables.debug=false"));
+        const auto book = VantorUtils::ReadMultiSheetTables(kCorpus + "/" + file, ReadAllRows);
+        QStringList names;
+        Table found;
+        for (const auto& s : book) {
+            names.append(s.first);
+            if (s.first == sheet)
+                found = s.second;
+        }
+        QCOMPARE(names, sheets);
+        QCOMPARE(found.size(), rows);
+        const int col = cell.at(0).unicode() - 'A';
+        const int row = cell.midRef(1).toInt() - 1;
+        QVERIFY(row < found.size() && col < found.at(row).size());
+        QCOMPARE(found.at(row).at(col), text);
+    }
+
+    // Appending a row rewrites the workbook: every old cell keeps its value and number
+    // format, also a cell that names no format in a column that has one.
+    void corpusAppendKeepsOldCells_data()
+    {
+        QTest::addColumn<QString>("file");
+        QTest::newRow("formatted columns") << "panic_test.xlsx";
+        QTest::newRow("five sheets") << "v3.xlsx";
+        QTest::newRow("cell types") << "testcelltypes.xlsx";
+        QTest::newRow("shared formulas") << "samplefile.xlsx";
+        QTest::newRow("sheet font") << "empty_rows.xlsx";
+        QTest::newRow("merged") << "merged_cells.xlsx";
+    }
+
+    void corpusAppendKeepsOldCells()
+    {
+        QFETCH(QString, file);
+        if (!QDir(kCorpus).exists() || !m_haveProbe)
+            QSKIP("the workbook corpus or openpyxl is not present");
+        const QString copy = m_dir.filePath("append-" + file);
+        QFile::remove(copy);
+        QVERIFY(QFile::copy(kCorpus + "/" + file, copy));
+        QFile::setPermissions(copy, QFileDevice::ReadOwner | QFileDevice::WriteOwner);
+        const QJsonArray before = probe("dump", copy).value("sheets").toArray();
+        QVERIFY(!before.isEmpty());
+        QString err;
+        QLoggingCategory::setFilterRules(QStringLiteral("vantor.tables.debug=false"));
+        QVERIFY2(VantorUtils::WriteTableData({{"h"}, {"追加"}}, copy, {}, false, ExportFileCodeUtf8, true, err), qPrintable(err));
+        const QJsonArray after = probe("dump", copy).value("sheets").toArray();
+        QVERIFY(after.size() >= before.size());
+        for (int i = 0; i < before.size(); ++i) {
+            const QJsonObject was = before.at(i).toObject();
+            const QJsonObject now = after.at(i).toObject();
+            QCOMPARE(now.value("name").toString(), was.value("name").toString());
+            QHash<QString, QString> kept;
+            for (const QJsonValue& c : now.value("cells").toArray())
+                kept.insert(c.toObject().value("ref").toString(), text(c.toObject().value("value")) + " " + c.toObject().value("format").toString());
+            for (const QJsonValue& c : was.value("cells").toArray()) {
+                const QString ref = c.toObject().value("ref").toString();
+                QCOMPARE(was.value("name").toString() + "!" + ref + " " + kept.value(ref),
+                         was.value("name").toString() + "!" + ref + " " + text(c.toObject().value("value")) + " "
+                             + c.toObject().value("format").toString());
+            }
+        }
     }
 };
 
