@@ -3,21 +3,13 @@
 #include "VantorUtils.h"
 #include "tables/XlsxDocument.h"
 #include "xlsx_package.h"
+#include "xlsx_probe.h"
 
-#include <QJsonArray>
-#include <QJsonDocument>
-#include <QJsonObject>
-#include <QProcess>
 #include <QTemporaryDir>
 #include <QtTest>
 
 using Table = QList<QStringList>;
 using Sheets = QList<QPair<QString, Table>>;
-
-namespace {
-const QString kPython = QStringLiteral("/usr/bin/python3");
-const QString kProbe = QStringLiteral(VANTOR_TEST_SOURCE_DIR "/xlsx_probe.py");
-} // namespace
 
 class TestXlsxSheets : public QObject
 {
@@ -26,20 +18,7 @@ class TestXlsxSheets : public QObject
 private:
     QTemporaryDir m_dir;
 
-    bool python(const QString& script, const QStringList& args = {})
-    {
-        QProcess p;
-        p.start(kPython, QStringList{QStringLiteral("-c"), script} + args);
-        return p.waitForFinished(60000) && p.exitCode() == 0;
-    }
-
-    QJsonArray dumpSheets(const QString& path)
-    {
-        QProcess p;
-        p.start(kPython, {kProbe, QStringLiteral("dump"), path});
-        p.waitForFinished(60000);
-        return QJsonDocument::fromJson(p.readAllStandardOutput()).object().value("sheets").toArray();
-    }
+    static QJsonArray dumpSheets(const QString& path) { return XlsxProbe::probe("dump", path).value("sheets").toArray(); }
 
     static QStringList namesOf(const QList<QPair<QString, Table>>& sheets)
     {
@@ -169,17 +148,17 @@ private slots:
         // The rewritten workbook counts from 1900: old dates move with it, times of day and
         // elapsed times do not.
         const QString path = m_dir.filePath("epoch1904.xlsx");
-        const bool made = python(QStringLiteral(
-                                     "import datetime,sys,openpyxl\n"
-                                     "wb=openpyxl.Workbook(); wb.epoch=openpyxl.utils.datetime.CALENDAR_MAC_1904\n"
-                                     "ws=wb.active; ws.title='Sheet1'\n"
-                                     "ws['A1']=datetime.date(2024,1,2)\n"
-                                     "ws['A2']=datetime.datetime(2024,1,2,6,0,0)\n"
-                                     "ws['A3']=datetime.time(13,30)\n"
-                                     "ws['A4']=1.5; ws['A4'].number_format='[h]:mm'\n"
-                                     "ws['A5']=12.5\n"
-                                     "wb.save(sys.argv[1])\n"),
-                                 {path});
+        const bool made = XlsxProbe::python({QStringLiteral("-c"),
+                                             QStringLiteral("import datetime,sys,openpyxl\n"
+                                                            "wb=openpyxl.Workbook(); wb.epoch=openpyxl.utils.datetime.CALENDAR_MAC_1904\n"
+                                                            "ws=wb.active; ws.title='Sheet1'\n"
+                                                            "ws['A1']=datetime.date(2024,1,2)\n"
+                                                            "ws['A2']=datetime.datetime(2024,1,2,6,0,0)\n"
+                                                            "ws['A3']=datetime.time(13,30)\n"
+                                                            "ws['A4']=1.5; ws['A4'].number_format='[h]:mm'\n"
+                                                            "ws['A5']=12.5\n"
+                                                            "wb.save(sys.argv[1])\n"),
+                                             path});
         if (!made)
             QSKIP("python3-openpyxl is not available");
         QString err;
@@ -227,10 +206,12 @@ private slots:
 
     void textLikeAnEscapeReadsBack()
     {
-        // Control characters are stored as _xHHHH_; text that merely looks like that is kept
-        // apart from them, in new cells and in old ones rewritten by an append.
+        // Control characters are stored as _xHHHH_ and come back as they were; text that
+        // merely looks like that is kept apart from them, in new cells and in old ones
+        // rewritten by an append.
         const QString path = m_dir.filePath("lookalike.xlsx");
-        const Table data{{"h1", "h2"}, {"lit_x0041_", "a\x01_x0001_"}, {"_x005F_", "_x12_"}};
+        const Table data{{"h1", "h2"}, {"a\r\nb", "x\x01y"}, {"c\rd", "e\x1f"},
+                         {"lit_x0041_", "a\x01_x0001_"}, {"_x005F_", "_x12_"}};
         QString err;
         QVERIFY(VantorUtils::WriteTableData(data, path, {}, false, ExportFileCodeUtf8, false, err));
         QCOMPARE(VantorUtils::ReadTableData(path, ReadAllRows, err), data);

@@ -5,25 +5,17 @@
 #include "tables/XlsxNameWriter.h"
 #include "tables/XlsxWorkbookReader.h"
 #include "xlsx_package.h"
+#include "xlsx_probe.h"
 
-#include <QJsonArray>
-#include <QJsonDocument>
-#include <QJsonObject>
-#include <QProcess>
 #include <QTemporaryDir>
 #include <QtTest>
 
 using Table = QList<QStringList>;
+using XlsxProbe::compact;
+using XlsxProbe::probe;
+using XlsxProbe::python;
 
 namespace {
-const QString kPython = QStringLiteral("/usr/bin/python3");
-const QString kProbe = QStringLiteral(VANTOR_TEST_SOURCE_DIR "/xlsx_probe.py");
-
-QString compact(const QJsonValue& v)
-{
-    return QString::fromUtf8(QJsonDocument(QJsonArray{v}).toJson(QJsonDocument::Compact));
-}
-
 // A workbook.xml over sheets that all show the one sheet part; `states` gives each
 // sheet's state ("visible", "hidden", "veryHidden"), the sheets are named Sheet0, Sheet1, ...
 Parts sheetsPackage(const QStringList& states, int activeTab, int firstSheet)
@@ -65,21 +57,6 @@ private:
     QJsonObject m_after;
     int m_files = 0;
 
-    bool python(const QStringList& args)
-    {
-        QProcess p;
-        p.start(kPython, args);
-        return p.waitForFinished(60000) && p.exitStatus() == QProcess::NormalExit && p.exitCode() == 0;
-    }
-
-    QJsonObject book(const QString& path)
-    {
-        QProcess p;
-        p.start(kPython, {kProbe, QStringLiteral("book"), path});
-        p.waitForFinished(60000);
-        return QJsonDocument::fromJson(p.readAllStandardOutput()).object();
-    }
-
     QString nextPath() { return m_dir.filePath(QStringLiteral("book%1.xlsx").arg(++m_files)); }
 
     static bool append(const QString& path)
@@ -114,10 +91,10 @@ private slots:
             QSKIP("python3-openpyxl is not available");
         if (m_after.isEmpty()) {
             const QString path = m_dir.filePath(QStringLiteral("state.xlsx"));
-            QVERIFY(python({kProbe, QStringLiteral("make-book"), path}));
-            m_before = book(path);
+            QVERIFY(python({XlsxProbe::script(), QStringLiteral("make-book"), path}));
+            m_before = probe("book", path);
             QVERIFY(append(path));
-            m_after = book(path);
+            m_after = probe("book", path);
             QVERIFY(!m_after.isEmpty());
         }
         const QJsonValue before = m_before.value(fact);
@@ -168,7 +145,7 @@ private slots:
                     "<row r=\"2\"><c r=\"A2\"><v>2</v></c><c r=\"B2\"><v>2</v></c><c r=\"C2\"><v>20</v></c></row>"
                     "</sheetData></worksheet>"}}));
         QVERIFY(append(path));
-        const QJsonObject after = book(path);
+        const QJsonObject after = probe("book", path);
         QCOMPARE(compact(after.value("arrays")), compact(QJsonObject{{"Sheet1!B1", "B1:C2"}, {"Sheet1!D1", "D1"}}));
         QCOMPARE(after.value("values").toObject().value("B1").toString(), QStringLiteral("=A1:A2*{1,10}"));
         const QJsonObject cached = after.value("cached").toObject();
@@ -212,7 +189,7 @@ private slots:
         const QString path = nextPath();
         QVERIFY(XlsxPackage::write(path, sheetsPackage(states, activeTab, firstSheet)));
         QVERIFY(append(path));
-        const QJsonObject after = book(path);
+        const QJsonObject after = probe("book", path);
         QStringList got;
         for (const QJsonValue& s : after.value("sheets").toArray())
             got.append(s.toArray().at(1).toString());
@@ -263,7 +240,7 @@ private slots:
                                        "wb.save(sys.argv[1])\n"),
                         path, sheet, name, QString::number(local), formula}));
         QVERIFY(append(path));
-        const QJsonObject after = book(path);
+        const QJsonObject after = probe("book", path);
         QCOMPARE(after.value("values").toObject().value("A2").toString(), QStringLiteral("601398"));
         QStringList names;
         for (const QJsonValue& n : after.value("names").toArray())

@@ -273,7 +273,6 @@ def make_bad(d):
             "xl/_rels/workbook.xml.rels": WBRELS,
             "xl/worksheets/sheet1.xml": sheet(b'<row r="1"><c r="A1" t="inlineStr"><is><t>ok</t></is></c></row>')}
     data = package(good)
-    open(d + "/good.xlsx", "wb").write(data)
     open(d + "/truncated.xlsx", "wb").write(data[: len(data) // 2])
     missing = dict(good)
     del missing["xl/worksheets/sheet1.xml"]
