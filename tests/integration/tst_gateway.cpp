@@ -70,6 +70,22 @@ QString key(int n)
     return QStringLiteral("%1").arg(n, 10, 10, QLatin1Char('0'));
 }
 
+// Sends a packed message through a presenter, as a plug-in does.
+int send(LmPresenterClass& presenter, const QString& function, const QVariant& packed, QVariant& reply)
+{
+    auto* msg = new CMessageCommon;
+    msg->SetMsg(packed);
+    msg->SetType(function);
+    msg->SetSrcid(presenter.pluginPid());
+    return presenter.sendRequest_Sync_Block(msg, reply, patient);
+}
+
+// Names the gateway presenters find by configuration while it lives.
+struct GatewayEnv {
+    explicit GatewayEnv(const QString& address) { qputenv("VANTOR_GATEWAY", address.toUtf8()); }
+    ~GatewayEnv() { qunsetenv("VANTOR_GATEWAY"); }
+};
+
 GatewayOptions options(int rows, quint32 seed = 7, GatewayFaultRates faults = {})
 {
     GatewayOptions o;
@@ -129,11 +145,8 @@ private slots:
         QFETCH(int, expectedRequests);
 
         // Through a presenter that finds its transport by the configured gateway address.
-        qputenv("VANTOR_GATEWAY", m_gateway->address().toUtf8());
+        const GatewayEnv env(m_gateway->address());
         LmPresenterClass presenter(QStringLiteral("pager"));
-        struct Unset {
-            ~Unset() { qunsetenv("VANTOR_GATEWAY"); }
-        } unset;
         QStringList keys;
         int pageNo = 0;
         QString position;
@@ -148,12 +161,8 @@ private slots:
                 pack.AddVaule(Sys::positionStr, position);
                 pack.AddVaule(Sys::requestNumber, pageSize);
             }
-            auto* msg = new CMessageCommon;
-            msg->SetMsg(pack.GetPackedMsg(false));
-            msg->SetType(function);
-            msg->SetSrcid(presenter.pluginPid());
             QVariant reply;
-            QCOMPARE(presenter.sendRequest_Sync_Block(msg, reply, patient), 0);
+            QCOMPARE(send(presenter, function, pack.GetPackedMsg(false), reply), 0);
             ++requests;
             QVERIFY(requests < 100);
             CUnPackMessageCommon unpack;
@@ -176,7 +185,6 @@ private slots:
             ++pageNo;
         }
         QCOMPARE(requests, expectedRequests);
-        QCOMPARE(keys.size(), 50);
         QStringList expected;
         for (int i = 1; i <= 50; ++i)
             expected << key(i);
@@ -325,11 +333,8 @@ private slots:
             pack.AddRowVaule({{S::symbol, "60000" + QString::number(i)}, {S::side, "sell"}, {S::price, 9.9}, {S::orderQty, 300}});
         }
         const QString function = count > 1 ? Fn::batchOrder : Fn::placeOrder;
-        auto* msg = new CMessageCommon;
-        msg->SetMsg(pack.GetPackedMsg(count > 1)); // a batch travels grouped
-        msg->SetType(function);
         QVariant reply;
-        QCOMPARE(presenter.sendRequest_Sync_Block(msg, reply, patient), 0);
+        QCOMPARE(send(presenter, function, pack.GetPackedMsg(count > 1), reply), 0); // a batch travels grouped
         CUnPackMessageCommon unpack;
         unpack.SetUnPackMsg(reply, false);
         QCOMPARE(unpack.GetValue(Sys::subGroupNumber).toInt(), count);
@@ -338,7 +343,6 @@ private slots:
             unpack.SetCurrentRow(i);
             ids << unpack.GetValue(S::orderID).toString();
         }
-        QCOMPARE(ids.size(), count);
         QCOMPARE(QSet<QString>(ids.begin(), ids.end()).size(), count);
         // Read while the states still change, so that later reads must not answer these.
         TcpTransport reader(gateway.address());
@@ -366,10 +370,7 @@ private slots:
         // The application listens on one presenter; a plug-in places the order through its own.
         GatewayServer gateway(options(5));
         QVERIFY(gateway.start());
-        qputenv("VANTOR_GATEWAY", gateway.address().toUtf8());
-        struct Unset {
-            ~Unset() { qunsetenv("VANTOR_GATEWAY"); }
-        } unset;
+        const GatewayEnv env(gateway.address());
         LmPresenterClass listener(QStringLiteral("listener"));
         std::atomic<int> pushes{0};
         connect(&listener, &LmPresenterClass::pushReceived, this, [&] { ++pushes; }, Qt::DirectConnection);
@@ -377,11 +378,8 @@ private slots:
         LmPresenterClass trader(QStringLiteral("trader"));
         CPackMessageCommon pack;
         pack.AddRowVaule({{S::symbol, "600000"}, {S::side, "buy"}, {S::price, 10.5}, {S::orderQty, 100}});
-        auto* msg = new CMessageCommon;
-        msg->SetMsg(pack.GetPackedMsg(false));
-        msg->SetType(QString(Fn::placeOrder));
         QVariant reply;
-        QCOMPARE(trader.sendRequest_Sync_Block(msg, reply, patient), 0);
+        QCOMPARE(send(trader, Fn::placeOrder, pack.GetPackedMsg(false), reply), 0);
         QTRY_COMPARE_WITH_TIMEOUT(pushes.load(), 4, 30000);
     }
 
@@ -511,16 +509,10 @@ private slots:
         }
     }
 
+    // A connection the gateway dropped comes back on the next send ("control drop" above);
+    // so does one whose gateway went away and came back on the same port.
     void droppedConnectionComesBackOnNextSend()
     {
-        TcpTransport transport(m_gateway->address());
-        QVERIFY(call(transport, Fn::funds).ok());
-        QVERIFY(call(transport, Fn::gatewayControl, {QVariantMap{{Ctl::targetFunction, Fn::funds}, {Ctl::dropRate, 1}}}).ok());
-        QCOMPARE(call(transport, Fn::funds).result, 2);
-        QVERIFY(call(transport, Fn::gatewayControl, {QVariantMap{{Ctl::reset, true}}}).ok());
-        QVERIFY(call(transport, Fn::funds).ok());
-
-        // The gateway goes away and comes back on the same port.
         GatewayServer gateway(options(5));
         QVERIFY(gateway.start());
         const quint16 port = gateway.port();
@@ -533,20 +525,13 @@ private slots:
         QVERIFY(call(again, Fn::funds).ok());
     }
 
+    // Every malformed frame is the decoder's to find; one refused from its length alone and
+    // one refused after its body arrived show that the gateway drops only that connection.
     void badFrameClosesOnlyThatConnection_data()
     {
         QTest::addColumn<QByteArray>("bytes");
-        auto frame = [](const QByteArray& body) {
-            QByteArray out(4, '\0');
-            qToBigEndian(quint32(body.size()), out.data());
-            return out + body;
-        };
         QTest::newRow("over 64 MiB") << QByteArray::fromHex("04000001");
-        QTest::newRow("empty frame") << QByteArray(4, '\0');
-        QTest::newRow("not CBOR") << frame("\xff\xff\xff\xff");
-        QTest::newRow("not a map") << frame(QByteArray::fromHex("83010203"));
-        QTest::newRow("cut short") << frame(QByteArray::fromHex("a562696401646b696e64"));
-        QTest::newRow("unknown kind") << frame(QByteArray::fromHex("a262696401646b696e6463666f6f"));
+        QTest::newRow("unknown kind") << QByteArray::fromHex("0000000e" "a262696401646b696e6463666f6f");
     }
 
     void badFrameClosesOnlyThatConnection()
