@@ -308,13 +308,18 @@ bool TableFileAssist::writeCsvFile(const QList<QStringList>& data, const QString
     return true;
 }
 
-QVector<bool> TableFileAssist::numericColumns(const QList<QStringList>& data, const QMap<int, ExportFormat>& formats,
-                                              int limit)
+int TableFileAssist::tableWidth(const QList<QStringList>& data)
 {
     int width = 0;
     for (const QStringList& row : data)
         width = qMax(width, row.size());
-    width = qMin(width, limit);
+    return width;
+}
+
+QVector<bool> TableFileAssist::numericColumns(const QList<QStringList>& data, const QMap<int, ExportFormat>& formats,
+                                              int limit)
+{
+    const int width = qMin(tableWidth(data), limit);
     QVector<bool> numeric;
     for (auto it = formats.cbegin(); it != formats.cend() && it.key() < width; ++it) {
         if (it.value() != ExportFormatNumber || it.key() < 0)
@@ -432,10 +437,11 @@ bool TableFileAssist::writeSheet(XlsxDocument* doc, const QString& sheetName, co
     if (rows < data.size())
         qCWarning(lcTables).noquote() << "TableFileAssist::writeSheet" << "sheet" << name << "ends at row" << kMaxRows
                                       << "and leaves out" << data.size() - qMax(rows, 1) << "rows";
-    int widest = 0;
+    if (tableWidth(data) > kMaxColumns)
+        qCWarning(lcTables).noquote() << "TableFileAssist::writeSheet" << "sheet" << name << "ends at column"
+                                      << kMaxColumns << "and leaves out the cells beyond it";
     for (int k = 1; k < rows; ++k) {
         const QStringList& row = data.at(k);
-        widest = qMax(widest, row.size());
         const int columns = qMin(row.size(), kMaxColumns);
         for (int i = 0; i < columns; ++i) {
             const QString& text = row.at(i);
@@ -447,9 +453,6 @@ bool TableFileAssist::writeSheet(XlsxDocument* doc, const QString& sheetName, co
             }
         }
     }
-    if (widest > kMaxColumns || (!data.isEmpty() && !skipHeader && data.first().size() > kMaxColumns))
-        qCWarning(lcTables).noquote() << "TableFileAssist::writeSheet" << "sheet" << name << "ends at column"
-                                      << kMaxColumns << "and leaves out the cells beyond it";
     return ok;
 }
 

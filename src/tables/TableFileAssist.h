@@ -43,6 +43,8 @@ public:
                                                        const QMap<int, ExportFormat>& formats);
 
 private:
+    // The length of the longest row.
+    static int tableWidth(const QList<QStringList>& data);
     // Per column (0-based), whether `formats` makes it numeric; as long as the widest row
     // and at most `limit`: a column no cell reaches needs no entry.
     static QVector<bool> numericColumns(const QList<QStringList>& data, const QMap<int, ExportFormat>& formats,

@@ -13,11 +13,10 @@ namespace {
 // is missing or its output cannot be split character by character.
 const QVector<quint32>& bmpTable()
 {
-    static const QVector<quint32> table = [] {
-        QVector<quint32> t;
+    static const QVector<quint32> table = []() -> QVector<quint32> {
         QTextCodec* codec = QTextCodec::codecForName("GB18030");
         if (!codec)
-            return t;
+            return {};
         QString all;
         all.reserve(0x10000 - 0x800);
         for (int u = 0; u <= 0xFFFF; ++u) {
@@ -32,24 +31,21 @@ const QVector<quint32>& bmpTable()
         int i = 0;
         for (const QChar c : qAsConst(all)) {
             if (i >= n)
-                return t;
+                return {};
             quint32 code = b[i];
             int size = 1;
             if (b[i] >= 0x80)
                 size = (i + 1 < n && b[i + 1] >= 0x30 && b[i + 1] <= 0x39) ? 4 : 2;
             if (i + size > n)
-                return t;
+                return {};
             for (int k = 1; k < size; ++k)
                 code = (code << 8) | b[i + k];
             if ((size == 2 && code < 0x100) || (size == 4 && code < 0x10000))
-                return t;
+                return {};
             built[c.unicode()] = code;
             i += size;
         }
-        if (i != n)
-            return t;
-        t = built;
-        return t;
+        return i == n ? built : QVector<quint32>();
     }();
     return table;
 }
