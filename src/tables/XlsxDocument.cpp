@@ -10,6 +10,8 @@
 
 #include <QFileInfo>
 #include <QHash>
+#include <QMutex>
+#include <QMutexLocker>
 #include <QRegularExpression>
 #include <QVector>
 
@@ -805,7 +807,14 @@ bool XlsxDocument::save()
         d->writeWorkbookView();
         d->writeNames();
     }
-    const lxw_error e = workbook_close(d->wb);
+    lxw_error e;
+    {
+        // libxlsxwriter stamps the workbook's creation time through gmtime(), whose one
+        // result buffer every thread shares, so workbooks are closed one at a time.
+        static QMutex closing;
+        QMutexLocker locker(&closing);
+        e = workbook_close(d->wb);
+    }
     d->wb = nullptr;
     if (e != LXW_NO_ERROR) {
         qCWarning(lcTables).noquote() << "XlsxDocument::save" << lxw_strerror(e);

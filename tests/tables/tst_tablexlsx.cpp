@@ -13,6 +13,9 @@
 #include <QTemporaryDir>
 #include <QtTest>
 
+#include <thread>
+#include <vector>
+
 #include "xlsx_probe.h"
 
 using Table = QList<QStringList>;
@@ -280,6 +283,48 @@ private slots:
         // The save result is deliberately not looked at: a folder that does not exist still "succeeds".
         QVERIFY(VantorUtils::WriteTableDatas(m_dir.filePath("nowhere/x.xlsx"), sheets, {}, err));
         QVERIFY(!QFile::exists(m_dir.filePath("nowhere/x.xlsx")));
+    }
+
+    // Plug-ins export from worker threads: each thread writes, appends and reads its own
+    // files while the others do the same (run under TSan as well).
+    void tableFilesOnSeveralThreads()
+    {
+        constexpr int kThreads = 4;
+        QString failures[kThreads];
+        std::vector<std::thread> threads;
+        for (int t = 0; t < kThreads; ++t) {
+            threads.emplace_back([this, t, &failures] {
+                const QString base = m_dir.filePath(QStringLiteral("thread%1").arg(t));
+                Table rows{{"名称", "数量"}};
+                for (int r = 1; r <= 300; ++r)
+                    rows.append({QStringLiteral("线程%1行%2").arg(t).arg(r), QString::number(r * (t + 1))});
+                const QMap<int, ExportFormat> formats{{1, ExportFormatNumber}};
+                for (int round = 0; round < 3 && failures[t].isEmpty(); ++round) {
+                    QString err;
+                    const ExportFileCode code = t % 2 ? ExportFileCodeUtf8 : ExportFileCodeGb18030;
+                    const bool written = VantorUtils::WriteTableData(rows, base + ".csv", formats, false, code, false, err)
+                        && VantorUtils::WriteTableData(rows, base + ".csv", formats, false, code, true, err)
+                        && VantorUtils::WriteTableData(rows, base + ".xlsx", formats, false, code, false, err)
+                        && VantorUtils::WriteTableData(rows, base + ".xlsx", formats, false, code, true, err)
+                        && VantorUtils::WriteTableDatas(base + "-multi.xlsx", {{"甲", rows}, {"乙", rows.mid(0, 2)}},
+                                                        {{"甲", formats}}, err);
+                    const Table twice = rows + rows.mid(1);
+                    if (!written)
+                        failures[t] = QStringLiteral("write failed: ") + err;
+                    else if (VantorUtils::ReadTableData(base + ".csv", ReadAllRows, err) != twice)
+                        failures[t] = QStringLiteral("csv read back differs");
+                    else if (VantorUtils::ReadTableData(base + ".xlsx", ReadAllRows, err) != twice)
+                        failures[t] = QStringLiteral("workbook read back differs");
+                    else if (VantorUtils::ReadMultiSheetTables(base + "-multi.xlsx", ReadAllRows)
+                             != (QList<QPair<QString, Table>>{{"甲", rows}, {"乙", rows.mid(0, 2)}}))
+                        failures[t] = QStringLiteral("sheets read back differ");
+                }
+            });
+        }
+        for (std::thread& thread : threads)
+            thread.join();
+        for (int t = 0; t < kThreads; ++t)
+            QVERIFY2(failures[t].isEmpty(), qPrintable(QStringLiteral("thread %1: %2").arg(t).arg(failures[t])));
     }
 
     void workbookFromOpenpyxl()
