@@ -2,12 +2,31 @@
 
 #include <QFile>
 #include <QFileInfo>
-#include <QTemporaryFile>
+#include <QRandomGenerator>
 
+#include <cerrno>
 #include <cstdio>
 
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+namespace {
+
+// The file a name finally stands for: a symbolic link is followed, as far as it goes, so
+// that rewriting through a link replaces the file it points to and keeps the link.
+QString followLinks(const QString& name)
+{
+    QFileInfo info(name);
+    for (int depth = 0; depth < 40 && info.isSymLink(); ++depth)
+        info.setFile(info.symLinkTarget());
+    return info.isSymLink() ? name : info.filePath();
+}
+
+} // namespace
+
 SiblingTempFile::SiblingTempFile(const QString& target)
-    : m_target(target)
+    : m_target(followLinks(target))
 {
 }
 
@@ -20,16 +39,28 @@ SiblingTempFile::~SiblingTempFile()
 bool SiblingTempFile::create()
 {
     const QFileInfo info(m_target);
-    QTemporaryFile tmp(info.absolutePath() + QLatin1String("/.") + info.fileName() + QLatin1String(".XXXXXX"));
-    tmp.setAutoRemove(false);
-    if (!tmp.open())
-        return false;
-    m_path = tmp.fileName();
-    // A temporary file is private to its owner; the finished file is not.
-    tmp.setPermissions(QFileDevice::ReadOwner | QFileDevice::WriteOwner | QFileDevice::ReadGroup
-                       | QFileDevice::ReadOther);
-    tmp.close();
-    return true;
+    struct stat existing;
+    const bool replaces = ::stat(QFile::encodeName(m_target).constData(), &existing) == 0 && S_ISREG(existing.st_mode);
+    static const char kLetters[] = "abcdefghijklmnopqrstuvwxyzABCDEFGHIJKLMNOPQRSTUVWXYZ0123456789";
+    for (int attempt = 0; attempt < 100; ++attempt) {
+        QString name = info.absolutePath() + QLatin1String("/.") + info.fileName() + QLatin1Char('.');
+        for (int i = 0; i < 6; ++i)
+            name += QLatin1Char(kLetters[QRandomGenerator::global()->bounded(int(sizeof(kLetters) - 1))]);
+        // Made as any new file is (the user's umask applies), or with the permissions of the
+        // file it is going to replace.
+        const int fd = ::open(QFile::encodeName(name).constData(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, 0666);
+        if (fd < 0) {
+            if (errno == EEXIST)
+                continue;
+            return false;
+        }
+        if (replaces)
+            ::fchmod(fd, existing.st_mode & 07777);
+        ::close(fd);
+        m_path = name;
+        return true;
+    }
+    return false;
 }
 
 bool SiblingTempFile::commit()

@@ -4,7 +4,8 @@
 
 // A temporary file beside a target, renamed over the target once it is complete, so
 // that a failed or interrupted write never leaves a half-written target behind. The
-// temporary file is removed when the object goes away without a commit.
+// temporary file is removed when the object goes away without a commit. A target that is
+// a symbolic link stays one: the file it points to is replaced, and keeps its permissions.
 class SiblingTempFile
 {
 public:

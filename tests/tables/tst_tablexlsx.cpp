@@ -13,6 +13,8 @@
 #include <QTemporaryDir>
 #include <QtTest>
 
+#include <sys/stat.h>
+
 #include <thread>
 #include <vector>
 
@@ -138,6 +140,33 @@ private slots:
         QVERIFY(!VantorUtils::WriteTableData({{"a"}, {"1"}}, broken, {}, false, ExportFileCodeUtf8, true, err));
         QVERIFY(!err.isEmpty());
         QCOMPARE(QFileInfo(broken).size(), qint64(14));
+    }
+
+    // A workbook is written beside its target and renamed over it; the file the user sees
+    // must still be what it was: made under the user's umask, its permissions kept on an
+    // append, and a symbolic link left a link to the rewritten file.
+    void rewrittenWorkbookKeepsItsFile()
+    {
+        const QString book = m_dir.filePath("shared-book.xlsx");
+        const mode_t oldMask = umask(027);
+        const bool written = VantorUtils::WriteTableData({{"h"}, {"1"}}, book, {}, false, ExportFileCodeUtf8, false);
+        umask(oldMask);
+        QVERIFY(written);
+        struct stat st;
+        QCOMPARE(stat(QFile::encodeName(book).constData(), &st), 0);
+        QCOMPARE(int(st.st_mode & 0777), 0640);
+
+        QCOMPARE(chmod(QFile::encodeName(book).constData(), 0664), 0);
+        const QString link = m_dir.filePath("link-to-book.xlsx");
+        QVERIFY(QFile::link(QStringLiteral("shared-book.xlsx"), link)); // relative, as users make them
+        QVERIFY(VantorUtils::WriteTableData({{"h"}, {"2"}}, link, {}, false, ExportFileCodeUtf8, true));
+        QVERIFY(QFileInfo(link).isSymLink());
+        QCOMPARE(stat(QFile::encodeName(book).constData(), &st), 0);
+        QCOMPARE(int(st.st_mode & 0777), 0664);
+        QString err;
+        QCOMPARE(read(book, ReadAllRows, err), (Table{{"h"}, {"1"}, {"2"}}));
+        QCOMPARE(QDir(m_dir.path()).entryList({".shared-book*", ".link-to-book*"}, QDir::Hidden | QDir::Files),
+                 QStringList());
     }
 
     void numericCellsReadBack_data()
