@@ -55,7 +55,7 @@ bool SiblingTempFile::create()
             return false;
         }
         if (replaces)
-            ::fchmod(fd, existing.st_mode & 07777);
+            ::fchmod(fd, existing.st_mode & 0777);
         ::close(fd);
         m_path = name;
         return true;
