@@ -39,9 +39,13 @@ void XlsxOldCells::cell(const XlsxCell& c)
 
 std::vector<XlsxOldCell> XlsxOldCells::take(bool is1904)
 {
-    std::stable_sort(m_cells.begin(), m_cells.end(), [](const XlsxOldCell& a, const XlsxOldCell& b) {
+    const auto before = [](const XlsxOldCell& a, const XlsxOldCell& b) {
         return a.row < b.row || (a.row == b.row && a.col < b.col);
-    });
+    };
+    // Sheets nearly always store their cells in order; sorting them anyway would cost a
+    // buffer of half their size.
+    if (!std::is_sorted(m_cells.begin(), m_cells.end(), before))
+        std::stable_sort(m_cells.begin(), m_cells.end(), before);
     if (is1904) {
         bool moved = false;
         for (XlsxOldCell& c : m_cells) {

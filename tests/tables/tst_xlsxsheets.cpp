@@ -143,6 +143,22 @@ private slots:
                  (Table{{"", "b3", "c3"}, {"n1", "m1", "c4"}, {"n2", "b5", "c5"}, {"n3", "", ""}}));
     }
 
+    void appendToSheetStoredOutOfOrder()
+    {
+        // Rows and cells a program stored out of order are written again in order.
+        const QString path = m_dir.filePath("unordered.xlsx");
+        QVERIFY(XlsxPackage::write(
+            path, {{"xl/worksheets/sheet1.xml",
+                    "<worksheet><sheetData>"
+                    "<row r=\"2\"><c r=\"B2\"><v>4</v></c><c r=\"A2\"><v>3</v></c></row>"
+                    "<row r=\"1\"><c r=\"B1\" t=\"inlineStr\"><is><t>b</t></is></c>"
+                    "<c r=\"A1\" t=\"inlineStr\"><is><t>a</t></is></c></row>"
+                    "</sheetData></worksheet>"}}));
+        QString err;
+        QVERIFY(VantorUtils::WriteTableData({{"a", "b"}, {"5", "6"}}, path, {}, false, ExportFileCodeUtf8, true, err));
+        QCOMPARE(VantorUtils::ReadTableData(path, ReadAllRows, err), (Table{{"a", "b"}, {"3", "4"}, {"5", "6"}}));
+    }
+
     void appendTo1904WorkbookKeepsItsDates()
     {
         // The rewritten workbook counts from 1900: old dates move with it, times of day and
