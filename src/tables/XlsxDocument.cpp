@@ -105,6 +105,7 @@ struct XlsxDocument::Private {
         lxw_worksheet* ws = nullptr;
         bool materialized = false;
         int currentRow = 0; // last row handed to the writer
+        bool rowFormatted = false; // the old row being handed over has a format of its own
         int minRow = 0;
         int maxRow = -1;
         QVector<lxw_format*> columnFormatCache; // resolved column formats, by column - 1
@@ -238,9 +239,12 @@ struct XlsxDocument::Private {
         const lxw_col_t col = lxw_col_t(c.col - 1);
         // A cell that names no format shows the workbook's first one, whatever its row's
         // or column's format; given no format, the writer would dress it in those.
+        // Where neither has a format, no format is the plain one and spares the writer a
+        // look for it at every cell.
         const bool ownFormat = c.style >= 0 && !c.styleFromColumn;
         lxw_format* fmt = oldFormat(ownFormat ? c.style : 0);
-        if (!fmt && (c.type != XlsxCell::Empty || c.styleFromColumn))
+        const bool dressed = s.rowFormatted || columnFormat(s, c.col) || c.type == XlsxCell::Empty;
+        if (!fmt && dressed && (c.type != XlsxCell::Empty || c.styleFromColumn))
             fmt = plainFormat();
         if (!c.formula.isEmpty() && c.arrayLastRow > 0) {
             // The writer keeps a number as the result only; a text result shows once the
@@ -335,22 +339,45 @@ struct XlsxDocument::Private {
     void releaseHeld(Sheet& s)
     {
         for (const auto& cell : s.heldCells)
-            writeCell(s, cell.first.first, cell.first.second, cell.second.value, format(cell.second.format));
+            writeCell(s, cell.first.first, cell.first.second, cell.second.value,
+                      cell.second.format.isValid() ? format(cell.second.format) : plainFormat());
         s.heldCells.clear();
     }
 
+    // A column's format: the one given since, else the sheet's own.
     lxw_format* columnFormat(Sheet& s, int col)
     {
         if (!s.columnFormatCacheValid) {
             s.columnFormatCache.clear();
-            for (auto it = s.columnFormats.cbegin(); it != s.columnFormats.cend(); ++it) {
-                if (s.columnFormatCache.size() < it.key())
-                    s.columnFormatCache.resize(it.key());
-                s.columnFormatCache[it.key() - 1] = format(it.value());
+            auto put = [&s](int c, lxw_format* fmt) {
+                if (s.columnFormatCache.size() < c)
+                    s.columnFormatCache.resize(c);
+                s.columnFormatCache[c - 1] = fmt;
+            };
+            for (const XlsxSheetLayout::Column& span : s.layout.columns()) {
+                lxw_format* fmt = oldFormat(span.style);
+                for (int c = span.first; c <= span.last; ++c)
+                    put(c, fmt);
             }
+            for (auto it = s.columnFormats.cbegin(); it != s.columnFormats.cend(); ++it)
+                put(it.key(), format(it.value()));
             s.columnFormatCacheValid = true;
         }
         return col <= s.columnFormatCache.size() ? s.columnFormatCache.at(col - 1) : nullptr;
+    }
+
+    // The format a new cell without one of its own takes, in every row alike: its row's
+    // format, else its column's; null for none.
+    lxw_format* defaultFormat(Sheet& s, int row, int col)
+    {
+        const std::vector<XlsxSheetLayout::Row>& rows = s.layout.rows();
+        const auto at = std::upper_bound(rows.begin(), rows.end(), row,
+                                         [](int r, const XlsxSheetLayout::Row& given) { return r < given.row; });
+        if (at != rows.begin() && std::prev(at)->row == row) {
+            if (lxw_format* fmt = oldFormat(std::prev(at)->style))
+                return fmt;
+        }
+        return columnFormat(s, col);
     }
 
     void setRow(Sheet& s, const XlsxSheetLayout::Row& row)
@@ -400,8 +427,11 @@ struct XlsxDocument::Private {
                 next = qMin(next, links[s.linkNext].row);
             if (next == INT_MAX || next > uptoRow)
                 return;
-            while (s.rowNext < rows.size() && rows[s.rowNext].row == next)
+            s.rowFormatted = false;
+            while (s.rowNext < rows.size() && rows[s.rowNext].row == next) {
+                s.rowFormatted = s.rowFormatted || oldFormat(rows[s.rowNext].style);
                 setRow(s, rows[s.rowNext++]);
+            }
             if (s.linkNext < links.size() && links[s.linkNext].row == next) {
                 const auto rowBegin = s.oldCells.begin() + std::ptrdiff_t(s.oldNext);
                 const auto rowEnd = std::upper_bound(rowBegin, s.oldCells.end(), next,
@@ -775,8 +805,7 @@ bool XlsxDocument::write(int row, int col, const QVariant& value, const XlsxWrit
                                       << "of sheet" << s.name << "and is dropped";
         return false;
     }
-    // A cell without a format of its own takes its column's format.
-    return d->writeCell(s, row, col, value, format.isValid() ? d->format(format) : d->columnFormat(s, col));
+    return d->writeCell(s, row, col, value, format.isValid() ? d->format(format) : d->defaultFormat(s, row, col));
 }
 
 void XlsxDocument::holdCurrentSheet()

@@ -159,6 +159,36 @@ private slots:
         QCOMPARE(VantorUtils::ReadTableData(path, ReadAllRows, err), (Table{{"a", "b"}, {"3", "4"}, {"5", "6"}}));
     }
 
+    void appendedCellsTakeTheirRowsAndColumnsFormats()
+    {
+        // A new cell with no format of its own shows its row's format, else its column's,
+        // in every row alike (the last row included).
+        const QString path = m_dir.filePath("dressed.xlsx");
+        QVERIFY(XlsxPackage::write(
+            path, {{"xl/styles.xml", "<styleSheet><numFmts><numFmt numFmtId=\"164\" formatCode=\"0.00\"/></numFmts>"
+                                     "<fonts><font><sz val=\"11\"/></font><font><b/><sz val=\"11\"/></font></fonts>"
+                                     "<cellXfs><xf numFmtId=\"0\"/><xf numFmtId=\"164\"/><xf numFmtId=\"0\" fontId=\"1\"/></cellXfs>"
+                                     "</styleSheet>"},
+                   {"xl/worksheets/sheet1.xml",
+                    "<worksheet><cols><col min=\"2\" max=\"2\" style=\"1\"/></cols><sheetData>"
+                    "<row r=\"1\"><c r=\"A1\" t=\"inlineStr\"><is><t>h</t></is></c></row>"
+                    "<row r=\"2\"><c r=\"A2\"><v>1</v></c></row><row r=\"4\" s=\"2\" customFormat=\"1\"/>"
+                    "</sheetData></worksheet>"}}));
+        QString err;
+        QVERIFY(VantorUtils::WriteTableData({{"h", "b"}, {"3", "x"}, {"4", "y"}, {"5", "z"}}, path,
+                                            {{0, ExportFormatNumber}}, false, ExportFileCodeUtf8, true, err));
+        const QJsonArray dumped = dumpSheets(path);
+        if (dumped.isEmpty())
+            QSKIP("python3-openpyxl is not available");
+        QStringList looks;
+        for (const QJsonValue& v : dumped.first().toObject().value("cells").toArray()) {
+            const QJsonObject c = v.toObject();
+            looks << c.value("ref").toString() + " " + c.value("format").toString() + (c.value("bold").toBool() ? " bold" : "");
+        }
+        QCOMPARE(looks, (QStringList{"A1 General", "A2 General", "A3 0", "B3 0.00", "A4 General bold", "B4 General bold",
+                                     "A5 0", "B5 0.00"}));
+    }
+
     void appendTo1904WorkbookKeepsItsDates()
     {
         // The rewritten workbook counts from 1900: old dates move with it, times of day and
