@@ -4,6 +4,8 @@
 #include "XlsxWorkbookReader.h"
 #include "XlsxXmlReader.h"
 
+#include <QStringList>
+
 #include <algorithm>
 #include <cmath>
 #include <cstdlib>
@@ -254,6 +256,41 @@ void XlsxSheetLayout::resolveTargets(const QHash<QString, QString>& externalTarg
     m_links.swap(kept);
 }
 
+namespace {
+
+// What a sheet may hold that the writer cannot be given again, by the element that
+// holds it (the ones of Excel's extensions included).
+struct NotKept {
+    const char* element;
+    const char* what;
+};
+const NotKept kNotKept[] = {
+    {"conditionalFormatting", "conditional formats"},
+    {"dataValidations", "data validations"},
+    {"autoFilter", "the auto filter"},
+    {"sheetProtection", "sheet protection"},
+    {"protectedRanges", "protected ranges"},
+    {"drawing", "pictures and charts"},
+    {"legacyDrawing", "comments"},
+    {"tableParts", "tables"},
+    {"headerFooter", "headers and footers"},
+    {"rowBreaks", "page breaks"},
+    {"colBreaks", "page breaks"},
+    {"conditionalFormattings", "conditional formats"},
+    {"sparklineGroups", "sparklines"},
+    {"slicerList", "slicers"},
+};
+
+} // namespace
+
+void XlsxSheetLayout::noteElement(const char* name)
+{
+    for (size_t i = 0; i < sizeof(kNotKept) / sizeof(kNotKept[0]); ++i) {
+        if (std::strcmp(name, kNotKept[i].element) == 0)
+            m_notKept |= 1u << i;
+    }
+}
+
 void XlsxSheetLayout::finish(const QString& sheet)
 {
     std::stable_sort(m_rows.begin(), m_rows.end(), [](const Row& a, const Row& b) { return a.row < b.row; });
@@ -267,6 +304,15 @@ void XlsxSheetLayout::finish(const QString& sheet)
     if (m_skipped > 0)
         qCWarning(lcTables).noquote() << "XlsxSheetLayout::finish" << m_skipped << "malformed or excess layout entries of sheet"
                                       << sheet << "are left out";
+    QStringList notKept;
+    for (size_t i = 0; i < sizeof(kNotKept) / sizeof(kNotKept[0]); ++i) {
+        const QString what = QLatin1String(kNotKept[i].what);
+        if ((m_notKept & (1u << i)) && !notKept.contains(what))
+            notKept.append(what);
+    }
+    if (!notKept.isEmpty())
+        qCWarning(lcTables).noquote() << "XlsxSheetLayout::finish" << "sheet" << sheet
+                                      << "loses what the rewrite cannot keep:" << notKept.join(QLatin1String(", "));
 }
 
 bool XlsxSheetLayout::isEmpty() const

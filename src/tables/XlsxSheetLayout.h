@@ -58,11 +58,13 @@ public:
     void addMerge(const char** atts);
     void setPane(const char** atts);
     void addHyperlink(const char** atts);
+    // An element of the sheet outside its cells: notes the ones a rewrite leaves out.
+    void noteElement(const char* name);
     // External targets of the sheet's relationships, by id. Links that name a missing
     // relationship and have no place in the workbook either are dropped.
     void resolveTargets(const QHash<QString, QString>& externalTargets);
-    // Sorts rows and hyperlinks by position and logs what was left out; `sheet` names
-    // the sheet in that line.
+    // Sorts rows and hyperlinks by position and logs what was left out, and what the
+    // sheet has that a rewrite does not keep; `sheet` names the sheet in those lines.
     void finish(const QString& sheet);
 
     bool isEmpty() const;
@@ -91,4 +93,5 @@ private:
     bool m_paneSeen = false;
     qint64 m_mergedCells = 0;
     int m_skipped = 0;
+    quint32 m_notKept = 0; // bits of the sheet's features that a rewrite leaves out
 };

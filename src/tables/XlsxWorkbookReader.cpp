@@ -347,6 +347,12 @@ public:
 
     void startElement(const char* name, const char** atts) override
     {
+        if (m_layout && !m_inSheetData) {
+            if (std::strcmp(name, "sheetData") == 0)
+                m_inSheetData = true;
+            else
+                m_layout->noteElement(name);
+        }
         switch (name[0]) {
         case 'c':
             if (name[1] == '\0') {
@@ -428,6 +434,10 @@ public:
         case 'c':
             if (name[1] == '\0' && m_inCell)
                 endCell();
+            return;
+        case 's':
+            if (m_inSheetData && std::strcmp(name, "sheetData") == 0)
+                m_inSheetData = false;
             return;
         case 'v':
         case 'f':
@@ -636,6 +646,7 @@ private:
     XlsxRawCellSink& m_sink;
     const int m_sharedCount;
     XlsxSheetLayout* const m_layout;
+    bool m_inSheetData = false;
     XlsxRawCell m_cell;
     QVector<int> m_columnStyles;
     std::string m_value;

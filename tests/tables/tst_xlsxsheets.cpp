@@ -189,6 +189,24 @@ private slots:
                                      "A5 0", "B5 0.00"}));
     }
 
+    void appendNamesWhatItCannotKeep()
+    {
+        // The rewrite has no place for some of what a sheet holds; the log says what goes.
+        const QString path = m_dir.filePath("rich.xlsx");
+        QVERIFY(XlsxPackage::write(
+            path, {{"xl/worksheets/sheet1.xml",
+                    "<worksheet><sheetData><row r=\"1\"><c r=\"A1\"><v>1</v></c></row></sheetData>"
+                    "<autoFilter ref=\"A1:A1\"/><conditionalFormatting sqref=\"A1\"><cfRule type=\"expression\" priority=\"1\">"
+                    "<formula>1</formula></cfRule></conditionalFormatting><legacyDrawing id=\"rId9\"/><extLst><ext>"
+                    "<conditionalFormattings/><sparklineGroups/></ext></extLst></worksheet>"}}));
+        QTest::ignoreMessage(QtWarningMsg,
+                             QRegularExpression(QStringLiteral("sheet Sheet1 loses what the rewrite cannot keep: "
+                                                               "conditional formats, the auto filter, comments, sparklines$")));
+        QString err;
+        QVERIFY(VantorUtils::WriteTableData({{"h"}, {"2"}}, path, {}, false, ExportFileCodeUtf8, true, err));
+        QCOMPARE(VantorUtils::ReadTableData(path, ReadAllRows, err), (Table{{"1"}, {"2"}}));
+    }
+
     void appendTo1904WorkbookKeepsItsDates()
     {
         // The rewritten workbook counts from 1900: old dates move with it, times of day and
