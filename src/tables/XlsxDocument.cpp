@@ -463,6 +463,12 @@ struct XlsxDocument::Private {
                 != LXW_NO_ERROR)
                 ++s.layoutFailures;
         }
+        const QByteArray header = s.layout.header().toUtf8();
+        if (!header.isEmpty() && worksheet_set_header(s.ws, header.constData()) != LXW_NO_ERROR)
+            ++s.layoutFailures;
+        const QByteArray footer = s.layout.footer().toUtf8();
+        if (!footer.isEmpty() && worksheet_set_footer(s.ws, footer.constData()) != LXW_NO_ERROR)
+            ++s.layoutFailures;
         const XlsxSheetLayout::Pane& pane = s.layout.pane();
         if (pane.rows > 0 || pane.cols > 0)
             worksheet_freeze_panes_opt(s.ws, lxw_row_t(pane.rows), lxw_col_t(pane.cols), lxw_row_t(pane.topRow - 1),
@@ -642,7 +648,7 @@ struct XlsxDocument::Private {
         writeColumns(s);
         if (s.layoutFailures > 0)
             qCWarning(lcTables).noquote() << "XlsxDocument::save" << s.layoutFailures
-                                          << "row options, merged ranges, hyperlinks or array ranges the writer refused are left out of sheet"
+                                          << "row options, merged ranges, hyperlinks, array ranges, headers or footers the writer refused are left out of sheet"
                                           << s.name;
     }
 };

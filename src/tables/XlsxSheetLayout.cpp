@@ -273,7 +273,10 @@ const NotKept kNotKept[] = {
     {"drawing", "pictures and charts"},
     {"legacyDrawing", "comments"},
     {"tableParts", "tables"},
-    {"headerFooter", "headers and footers"},
+    {"evenHeader", "headers and footers of even or first pages"},
+    {"evenFooter", "headers and footers of even or first pages"},
+    {"firstHeader", "headers and footers of even or first pages"},
+    {"firstFooter", "headers and footers of even or first pages"},
     {"rowBreaks", "page breaks"},
     {"colBreaks", "page breaks"},
     {"conditionalFormattings", "conditional formats"},
@@ -318,5 +321,5 @@ void XlsxSheetLayout::finish(const QString& sheet)
 bool XlsxSheetLayout::isEmpty() const
 {
     return m_rows.empty() && m_columns.empty() && m_merges.empty() && m_links.empty() && m_pane.rows == 0
-        && m_pane.cols == 0;
+        && m_pane.cols == 0 && m_header.isEmpty() && m_footer.isEmpty();
 }

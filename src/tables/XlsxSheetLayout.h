@@ -7,7 +7,7 @@
 
 // What a sheet holds besides its cells that a rewrite carries over: custom row heights,
 // hidden and grouped rows and columns, column widths and formats, merged ranges, the
-// frozen pane and hyperlinks. Filled while the sheet's XML streams past. Every list is
+// frozen pane, hyperlinks and the header and footer of the printed pages. Filled while the sheet's XML streams past. Every list is
 // bounded, and entries that make no sense are left out (finish() reports how many).
 class XlsxSheetLayout
 {
@@ -60,6 +60,8 @@ public:
     void addHyperlink(const char** atts);
     // An element of the sheet outside its cells: notes the ones a rewrite leaves out.
     void noteElement(const char* name);
+    // The header or footer of the printed pages, in the codes Excel writes them in.
+    void setHeaderFooter(bool footer, const QString& text) { (footer ? m_footer : m_header) = text; }
     // External targets of the sheet's relationships, by id. Links that name a missing
     // relationship and have no place in the workbook either are dropped.
     void resolveTargets(const QHash<QString, QString>& externalTargets);
@@ -73,6 +75,8 @@ public:
     const std::vector<Range>& merges() const { return m_merges; }
     const std::vector<Hyperlink>& hyperlinks() const { return m_links; }
     const Pane& pane() const { return m_pane; }
+    const QString& header() const { return m_header; }
+    const QString& footer() const { return m_footer; }
 
     // "B3" or "A1:C4" (either corner order); false when malformed or out of the sheet.
     static bool parseRange(const char* ref, Range& range);
@@ -90,6 +94,8 @@ private:
     std::vector<Range> m_merges;
     std::vector<Hyperlink> m_links;
     Pane m_pane;
+    QString m_header;
+    QString m_footer;
     bool m_paneSeen = false;
     qint64 m_mergedCells = 0;
     int m_skipped = 0;

@@ -348,10 +348,14 @@ public:
     void startElement(const char* name, const char** atts) override
     {
         if (m_layout && !m_inSheetData) {
-            if (std::strcmp(name, "sheetData") == 0)
+            if (std::strcmp(name, "sheetData") == 0) {
                 m_inSheetData = true;
-            else
+            } else if (std::strcmp(name, "oddHeader") == 0 || std::strcmp(name, "oddFooter") == 0) {
+                m_pageText.clear();
+                m_capture = &m_pageText;
+            } else {
                 m_layout->noteElement(name);
+            }
         }
         switch (name[0]) {
         case 'c':
@@ -438,6 +442,12 @@ public:
         case 's':
             if (m_inSheetData && std::strcmp(name, "sheetData") == 0)
                 m_inSheetData = false;
+            return;
+        case 'o':
+            if (m_capture == &m_pageText) {
+                m_capture = nullptr;
+                m_layout->setHeaderFooter(std::strcmp(name, "oddFooter") == 0, QString::fromUtf8(m_pageText.data(), int(m_pageText.size())));
+            }
             return;
         case 'v':
         case 'f':
@@ -653,6 +663,7 @@ private:
     std::string m_formula;
     std::string m_inlineText;
     std::string* m_capture = nullptr;
+    std::string m_pageText; // a header or footer of the printed pages
     std::unordered_map<int, SharedFormula> m_sharedFormulas;
     size_t m_sharedFormulaBytes = 0;
     int m_sharedFormula = -1;

@@ -2,6 +2,8 @@
 // sheets that do not start at the first row or count their dates from 1904.
 #include "VantorUtils.h"
 #include "tables/XlsxDocument.h"
+#include "tables/XlsxSheetLayout.h"
+#include "tables/XlsxWorkbookReader.h"
 #include "xlsx_package.h"
 #include "xlsx_probe.h"
 
@@ -189,22 +191,34 @@ private slots:
                                      "A5 0", "B5 0.00"}));
     }
 
-    void appendNamesWhatItCannotKeep()
+    void appendKeepsPrintHeadersAndNamesWhatItLoses()
     {
-        // The rewrite has no place for some of what a sheet holds; the log says what goes.
+        // The rewrite keeps the header and footer of the printed pages; it has no place for
+        // some of what a sheet holds, and the log says what goes.
         const QString path = m_dir.filePath("rich.xlsx");
         QVERIFY(XlsxPackage::write(
             path, {{"xl/worksheets/sheet1.xml",
                     "<worksheet><sheetData><row r=\"1\"><c r=\"A1\"><v>1</v></c></row></sheetData>"
                     "<autoFilter ref=\"A1:A1\"/><conditionalFormatting sqref=\"A1\"><cfRule type=\"expression\" priority=\"1\">"
-                    "<formula>1</formula></cfRule></conditionalFormatting><legacyDrawing id=\"rId9\"/><extLst><ext>"
-                    "<conditionalFormattings/><sparklineGroups/></ext></extLst></worksheet>"}}));
-        QTest::ignoreMessage(QtWarningMsg,
-                             QRegularExpression(QStringLiteral("sheet Sheet1 loses what the rewrite cannot keep: "
-                                                               "conditional formats, the auto filter, comments, sparklines$")));
+                    "<formula>1</formula></cfRule></conditionalFormatting><headerFooter differentOddEven=\"1\">"
+                    "<oddHeader>&amp;C&amp;A</oddHeader><oddFooter>Page &amp;P</oddFooter><evenHeader>even</evenHeader>"
+                    "</headerFooter><legacyDrawing id=\"rId9\"/><extLst><ext><conditionalFormattings/><sparklineGroups/></ext>"
+                    "</extLst></worksheet>"}}));
+        QTest::ignoreMessage(QtWarningMsg, QRegularExpression(QStringLiteral(
+                                               "sheet Sheet1 loses what the rewrite cannot keep: conditional formats, the auto "
+                                               "filter, comments, headers and footers of even or first pages, sparklines$")));
         QString err;
         QVERIFY(VantorUtils::WriteTableData({{"h"}, {"2"}}, path, {}, false, ExportFileCodeUtf8, true, err));
         QCOMPARE(VantorUtils::ReadTableData(path, ReadAllRows, err), (Table{{"1"}, {"2"}}));
+
+        struct NoCells : XlsxCellVisitor {
+            void cell(const XlsxCell&) override {}
+        } none;
+        XlsxWorkbookReader reader;
+        XlsxSheetLayout layout;
+        QVERIFY(reader.open(path, err) && reader.readSheet(0, none, err, &layout));
+        QCOMPARE(layout.header(), QStringLiteral("&C&A"));
+        QCOMPARE(layout.footer(), QStringLiteral("Page &P"));
     }
 
     void appendTo1904WorkbookKeepsItsDates()
