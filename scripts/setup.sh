@@ -9,6 +9,7 @@ packages=(
   libxlsxwriter-dev libzip-dev libexpat1-dev zlib1g-dev
   clang libclang-rt-14-dev
   python3 python3-openpyxl
+  locales  # the tests make a locale with a decimal comma from its data
 )
 
 missing=()

@@ -22,7 +22,42 @@
 #include <cmath>
 #include <map>
 
+#include <locale.h>
+
 namespace {
+
+// libxlsxwriter prints its numbers with the C library, in the calling thread's locale: under
+// a locale with a decimal comma a workbook would hold "10,02", which no reader takes. Its
+// calls run with the numbers of the C locale on this thread, the rest of the locale kept.
+class CNumbersOnThisThread
+{
+public:
+    CNumbersOnThisThread()
+        : m_old(cNumbers() ? uselocale(cNumbers()) : nullptr)
+    {
+    }
+    ~CNumbersOnThisThread()
+    {
+        if (m_old)
+            uselocale(m_old);
+    }
+    CNumbersOnThisThread(const CNumbersOnThisThread&) = delete;
+    CNumbersOnThisThread& operator=(const CNumbersOnThisThread&) = delete;
+
+private:
+    static locale_t cNumbers()
+    {
+        static const locale_t numbers = [] {
+            const locale_t base = duplocale(LC_GLOBAL_LOCALE);
+            const locale_t made = base ? newlocale(LC_NUMERIC_MASK, "C", base) : locale_t(nullptr);
+            if (base && !made)
+                freelocale(base);
+            return made;
+        }();
+        return numbers;
+    }
+    const locale_t m_old;
+};
 
 // Column widths are stored with the cell padding added; this is the width a writer is
 // given to store the same value again.
@@ -790,6 +825,7 @@ void XlsxDocument::setColumnWidth(int col, double width)
 
 bool XlsxDocument::write(int row, int col, const QVariant& value, const XlsxWriteFormat& format)
 {
+    const CNumbersOnThisThread numbers;
     if (d->current < 0 || row < 1 || col < 1 || row > XlsxWorkbookReader::kMaxRows || col > XlsxWorkbookReader::kMaxColumns)
         return false;
     if (!d->materialize(d->current, m_fileName))
@@ -822,6 +858,7 @@ void XlsxDocument::holdCurrentSheet()
 
 bool XlsxDocument::save()
 {
+    const CNumbersOnThisThread numbers;
     if (loadFailed())
         return false;
     for (size_t i = 0; i < d->sheets.size(); ++i) {

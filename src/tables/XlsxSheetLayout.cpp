@@ -116,9 +116,9 @@ void XlsxSheetLayout::addRow(int row, const char** atts)
     }
     // A height the file did not mark as custom follows the row's content; it is not kept.
     if (customHeight && height) {
-        char* end = nullptr;
-        const double h = std::strtod(height, &end);
-        if (end != height && *end == '\0' && std::isfinite(h) && h >= 0 && h <= kMaxRowHeight) {
+        bool ok = false;
+        const double h = XlsxWorkbookReader::toDouble(height, int(std::strlen(height)), &ok);
+        if (ok && std::isfinite(h) && h >= 0 && h <= kMaxRowHeight) {
             r.height = h;
             r.hidden = r.hidden || h == 0; // a row squeezed to nothing is a hidden row
         }
@@ -137,9 +137,9 @@ void XlsxSheetLayout::addColumn(int first, int last, const char** atts)
     c.first = first;
     c.last = last;
     if (const char* width = XlsxXmlReader::attribute(atts, "width")) {
-        char* end = nullptr;
-        const double w = std::strtod(width, &end);
-        if (end != width && std::isfinite(w) && w >= 0 && w <= 255)
+        bool ok = false;
+        const double w = XlsxWorkbookReader::toDouble(width, int(std::strlen(width)), &ok);
+        if (ok && std::isfinite(w) && w >= 0 && w <= 255)
             c.width = w;
         else
             ++m_skipped;

@@ -1,6 +1,7 @@
 #include "XlsxStyles.h"
 
 #include "VantorLogging.h"
+#include "XlsxWorkbookReader.h"
 #include "XlsxXmlReader.h"
 
 #include <QHash>
@@ -247,7 +248,7 @@ private:
             f.bold = on;
         } else if (std::strcmp(name, "sz") == 0) {
             if (val)
-                f.size = std::atof(val);
+                f.size = XlsxWorkbookReader::toDouble(val, int(std::strlen(val)));
         } else if (std::strcmp(name, "name") == 0) {
             if (val && std::strlen(val) <= 128)
                 f.name = QString::fromUtf8(val);

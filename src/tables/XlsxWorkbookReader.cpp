@@ -498,7 +498,7 @@ private:
                 m_columnStyles[c - 1] = s;
         }
         if (const char* width = XlsxXmlReader::attribute(atts, "width"))
-            m_sink.columnWidth(first, last, std::atof(width));
+            m_sink.columnWidth(first, last, XlsxWorkbookReader::toDouble(width, int(std::strlen(width))));
         if (m_layout)
             m_layout->addColumn(first, last, atts);
     }

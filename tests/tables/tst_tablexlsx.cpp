@@ -10,14 +10,18 @@
 #include <QJsonDocument>
 #include <QJsonObject>
 #include <QLoggingCategory>
+#include <QProcess>
 #include <QTemporaryDir>
 #include <QtTest>
 
 #include <sys/stat.h>
 
+#include <clocale>
+#include <cstdio>
 #include <thread>
 #include <vector>
 
+#include "xlsx_package.h"
 #include "xlsx_probe.h"
 
 using Table = QList<QStringList>;
@@ -167,6 +171,53 @@ private slots:
         QCOMPARE(read(book, ReadAllRows, err), (Table{{"h"}, {"1"}, {"2"}}));
         QCOMPARE(QDir(m_dir.path()).entryList({".shared-book*", ".link-to-book*"}, QDir::Hidden | QDir::Files),
                  QStringList());
+    }
+
+    // Plug-ins run under the user's locale. One with a decimal comma must reach neither
+    // the numbers a workbook stores nor the widths, heights and font sizes it reads.
+    void decimalCommaLocale()
+    {
+        QTemporaryDir locales;
+        QProcess make;
+        make.start(QStringLiteral("localedef"), {"-i", "de_DE", "-f", "UTF-8", locales.filePath("de_DE.UTF-8")});
+        if (!make.waitForFinished(60000) || make.exitStatus() != QProcess::NormalExit || make.exitCode() != 0)
+            QSKIP("no locale with a decimal comma can be made here (Debian's locales package)");
+        const QString sheet = m_dir.filePath("komma.xlsx");
+        QVERIFY(XlsxPackage::write(
+            sheet, {{"xl/styles.xml", "<styleSheet><fonts><font><sz val=\"10.5\"/></font></fonts>"
+                                      "<cellXfs><xf numFmtId=\"0\" fontId=\"0\"/></cellXfs></styleSheet>"},
+                    {"xl/worksheets/sheet1.xml",
+                     "<worksheet><cols><col min=\"1\" max=\"1\" width=\"12.5703125\" customWidth=\"1\"/></cols><sheetData>"
+                     "<row r=\"1\" ht=\"20.25\" customHeight=\"1\"><c r=\"A1\"><v>0.5</v></c></row></sheetData></worksheet>"}}));
+        const QString fresh = m_dir.filePath("komma-fresh.xlsx");
+
+        qputenv("LOCPATH", QFile::encodeName(locales.path()));
+        const QByteArray before = setlocale(LC_NUMERIC, nullptr);
+        QVERIFY(setlocale(LC_NUMERIC, "de_DE.UTF-8"));
+        char printed[16];
+        std::snprintf(printed, sizeof printed, "%.2f", 1.5);
+        QString err;
+        const bool written = VantorUtils::WriteTableData({{"n"}, {"10.02"}, {"0.125"}}, fresh, {{0, ExportFormatNumber}},
+                                                         false, ExportFileCodeUtf8, false, err)
+            && VantorUtils::WriteTableData({{"n"}, {"2.5"}}, sheet, {}, false, ExportFileCodeUtf8, true, err);
+        setlocale(LC_NUMERIC, before.constData());
+        qunsetenv("LOCPATH");
+
+        QCOMPARE(QByteArray(printed), QByteArray("1,50")); // the locale was in force
+        QVERIFY2(written, qPrintable(err));
+        QCOMPARE(read(fresh, ReadAllRows, err), (Table{{"n"}, {"10.02"}, {"0.125"}}));
+        QCOMPARE(read(sheet, ReadAllRows, err), (Table{{"0.5"}, {"2.5"}}));
+        const XlsxSheetLayout layout = layoutOf(sheet);
+        QCOMPARE(layout.columns().size(), size_t(1));
+        QCOMPARE(layout.columns().front().width, 12.5703125);
+        QCOMPARE(layout.rows().size(), size_t(1));
+        QCOMPARE(layout.rows().front().height, 20.25);
+        XlsxWorkbookReader reader;
+        QVERIFY(reader.open(sheet, err));
+        QStringList sizes;
+        for (int i = 0; i < reader.styles().count(); ++i)
+            sizes.append(QString::number(reader.styles().style(i).fontSize));
+        QVERIFY2(sizes.contains(QStringLiteral("10.5")), qPrintable(sizes.join(QLatin1Char(' '))));
     }
 
     void numericCellsReadBack_data()
