@@ -57,7 +57,7 @@ Q_ALWAYS_INLINE QString XlsxTableCollector::convert(const XlsxCell& c, bool& fil
         const QVariant value = c.isoDate ? XlsxWorkbookReader::dateTimeFromIso(c.text)
                                          : XlsxWorkbookReader::dateTimeFromNumber(number, m_1904);
         if (value.isValid()) {
-            text = cleanCellText(value.toString());
+            text = cleanCellText(XlsxWorkbookReader::dateTimeText(value));
             filled = c.isoDate || !c.rawNumber().trimmed().isEmpty();
         } else {
             text = cleanCellText(c.isoDate ? c.text : XlsxWorkbookReader::numberText(c.raw, c.rawLen));

@@ -964,7 +964,16 @@ QVariant XlsxWorkbookReader::dateTimeFromNumber(double number, bool is1904)
         return QVariant(time);
     if (num == std::floor(num))
         return QVariant(date);
-    return QVariant(QDateTime(date, time));
+    // A workbook's date and time belong to no zone: kept off the local one, whose summer
+    // time would skip some of them (02:30 on the day clocks go forward is no local time).
+    return QVariant(QDateTime(date, time, Qt::UTC));
+}
+
+QString XlsxWorkbookReader::dateTimeText(const QVariant& value)
+{
+    if (value.userType() == QMetaType::QDateTime)
+        return value.toDateTime().toString(QStringLiteral("yyyy-MM-ddTHH:mm:ss.zzz"));
+    return value.toString();
 }
 
 QVariant XlsxWorkbookReader::dateTimeFromIso(const QString& text)
@@ -980,12 +989,14 @@ QVariant XlsxWorkbookReader::dateTimeFromIso(const QString& text)
         const QDate date = QDate::fromString(t, Qt::ISODate);
         return date.isValid() ? QVariant(date) : QVariant();
     }
-    const QDateTime dt = QDateTime::fromString(t, Qt::ISODateWithMs);
+    QDateTime dt = QDateTime::fromString(t, Qt::ISODateWithMs);
+    if (!dt.isValid()) // perhaps a time the local zone skips: read it as one of no zone
+        dt = QDateTime::fromString(t + QLatin1Char('Z'), Qt::ISODateWithMs);
     if (!dt.isValid())
         return QVariant();
     if (dt.time() == QTime(0, 0))
         return QVariant(dt.date());
-    return QVariant(QDateTime(dt.date(), dt.time()));
+    return QVariant(QDateTime(dt.date(), dt.time(), Qt::UTC));
 }
 
 Q_NEVER_INLINE QString XlsxWorkbookReader::decodeEscapes(const QString& text)

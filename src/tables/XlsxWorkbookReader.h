@@ -88,6 +88,8 @@ public:
     // The date, time or date-time a number stands for: a time below 1, a date when there
     // is no fraction, otherwise both. Invalid when negative or out of range.
     static QVariant dateTimeFromNumber(double number, bool is1904);
+    // The text of such a value: "2024-01-02", "13:30:00.000" or "2024-01-02T13:30:00.000".
+    static QString dateTimeText(const QVariant& value);
     // The same for ISO 8601 text ("2023-03-15", "2023-03-15T12:00:00", "12:00:00"): a date
     // at midnight is a date. The time is taken as written, whatever zone it names.
     // Invalid when the text is no such date or time.

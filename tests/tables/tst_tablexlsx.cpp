@@ -534,6 +534,9 @@ private slots:
         QTest::newRow("before the missing leap day") << 59.0 << false << "1900-02-28";
         QTest::newRow("after the leap-day shift") << 61.0 << false << "1900-03-01";
         QTest::newRow("time only") << 0.75 << false << "18:00:00.000";
+        QTest::newRow("date and time") << 45293.5625 << false << "2024-01-02T13:30:00.000";
+        // Read where clocks go forward from 02:00 to 03:00 on the second Sunday of April.
+        QTest::newRow("a time summer time skips") << 33342.0 + 2.5 / 24 << false << "1991-04-14T02:30:00.000";
         QTest::newRow("absurd") << 1e300 << false << "";
     }
 
@@ -542,8 +545,17 @@ private slots:
         QFETCH(double, number);
         QFETCH(bool, is1904);
         QFETCH(QString, text);
+        const QByteArray zone = qgetenv("TZ");
+        qputenv("TZ", "CST-8CDT,M4.2.0/2,M9.2.0/3");
+        tzset();
         const QVariant v = XlsxWorkbookReader::dateTimeFromNumber(number, is1904);
-        QCOMPARE(v.isValid() ? v.toString() : QString(), text);
+        const QString got = v.isValid() ? XlsxWorkbookReader::dateTimeText(v) : QString();
+        if (zone.isNull())
+            qunsetenv("TZ");
+        else
+            qputenv("TZ", zone);
+        tzset();
+        QCOMPARE(got, text);
     }
 
     void corpusReadsWithoutCrashing()
