@@ -8,6 +8,7 @@
 #include "XlsxStyleWriter.h"
 #include "XlsxWorkbookReader.h"
 
+#include <QFile>
 #include <QFileInfo>
 #include <QHash>
 #include <QMutex>
@@ -204,7 +205,7 @@ struct XlsxDocument::Private {
         lxw_workbook_options options = {};
         options.constant_memory = LXW_TRUE;
         options.use_zip64 = LXW_TRUE;
-        const QByteArray path = temp->path().toUtf8();
+        const QByteArray path = QFile::encodeName(temp->path()); // the name the temporary file was made under
         wb = workbook_new_opt(path.constData(), &options);
         if (!wb) {
             failed = true;

@@ -12,6 +12,7 @@
 #include <QLoggingCategory>
 #include <QProcess>
 #include <QTemporaryDir>
+#include <QTextCodec>
 #include <QtTest>
 
 #include <sys/stat.h>
@@ -218,6 +219,24 @@ private slots:
         for (int i = 0; i < reader.styles().count(); ++i)
             sizes.append(QString::number(reader.styles().style(i).fontSize));
         QVERIFY2(sizes.contains(QStringLiteral("10.5")), qPrintable(sizes.join(QLatin1Char(' '))));
+    }
+
+    // Under a locale whose file names are not UTF-8 (zh_CN.GB18030), the workbook lands
+    // under the name the caller gave, like every file Qt opens.
+    void fileNameInTheLocalesEncoding()
+    {
+        QTextCodec* const before = QTextCodec::codecForLocale();
+        QTextCodec::setCodecForLocale(QTextCodec::codecForName("GB18030"));
+        const QString path = m_dir.filePath(QStringLiteral("导出表.xlsx"));
+        QString err;
+        const bool written = VantorUtils::WriteTableData({{"h"}, {"1"}}, path, {}, false, ExportFileCodeUtf8, false, err)
+            && VantorUtils::WriteTableData({{"h"}, {"2"}}, path, {}, false, ExportFileCodeUtf8, true, err);
+        const Table back = read(path, ReadAllRows, err);
+        const QStringList files = QDir(m_dir.path()).entryList({QStringLiteral("*导出表*")}, QDir::Files | QDir::Hidden);
+        QTextCodec::setCodecForLocale(before);
+        QVERIFY2(written, qPrintable(err));
+        QCOMPARE(back, (Table{{"h"}, {"1"}, {"2"}}));
+        QCOMPARE(files, QStringList{QStringLiteral("导出表.xlsx")});
     }
 
     void numericCellsReadBack_data()
