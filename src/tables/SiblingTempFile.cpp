@@ -40,7 +40,14 @@ bool SiblingTempFile::create()
 {
     const QFileInfo info(m_target);
     struct stat existing;
-    const bool replaces = ::stat(QFile::encodeName(m_target).constData(), &existing) == 0 && S_ISREG(existing.st_mode);
+    const QByteArray target = QFile::encodeName(m_target);
+    const bool replaces = ::stat(target.constData(), &existing) == 0 && S_ISREG(existing.st_mode);
+    // A file its owner made read-only, or one this user may not write, is not replaced
+    // behind their back (as QSaveFile refuses it too).
+    if (replaces && ((existing.st_mode & 0222) == 0 || ::access(target.constData(), W_OK) != 0)) {
+        m_readOnly = true;
+        return false;
+    }
     static const char kLetters[] = "abcdefghijklmnopqrstuvwxyzABCDEFGHIJKLMNOPQRSTUVWXYZ0123456789";
     for (int attempt = 0; attempt < 100; ++attempt) {
         QString name = info.absolutePath() + QLatin1String("/.") + info.fileName() + QLatin1Char('.');

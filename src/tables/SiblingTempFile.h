@@ -12,8 +12,10 @@ public:
     explicit SiblingTempFile(const QString& target);
     ~SiblingTempFile();
 
-    // Creates the empty temporary file; false when the target's folder is not writable.
+    // Creates the empty temporary file; false when the target's folder is not writable or
+    // the target is a file that may not be written (readOnly()).
     bool create();
+    bool readOnly() const { return m_readOnly; }
     QString path() const { return m_path; }
     // Renames the temporary file over the target.
     bool commit();
@@ -25,4 +27,5 @@ private:
     QString m_target;
     QString m_path;
     bool m_committed = false;
+    bool m_readOnly = false;
 };

@@ -198,7 +198,8 @@ struct XlsxDocument::Private {
             return false;
         temp = std::make_unique<SiblingTempFile>(target);
         if (!temp->create()) {
-            qCWarning(lcTables).noquote() << "XlsxDocument::save" << "cannot create a file beside" << target;
+            qCWarning(lcTables).noquote() << "XlsxDocument::save"
+                                          << (temp->readOnly() ? "the file is read-only:" : "cannot create a file beside") << target;
             failed = true;
             return false;
         }

@@ -172,6 +172,13 @@ private slots:
         QCOMPARE(read(book, ReadAllRows, err), (Table{{"h"}, {"1"}, {"2"}}));
         QCOMPARE(QDir(m_dir.path()).entryList({".shared-book*", ".link-to-book*"}, QDir::Hidden | QDir::Files),
                  QStringList());
+
+        // A workbook made read-only is not appended to.
+        QCOMPARE(chmod(QFile::encodeName(book).constData(), 0444), 0);
+        QTest::ignoreMessage(QtWarningMsg, QRegularExpression(QStringLiteral("the file is read-only")));
+        QVERIFY(!VantorUtils::WriteTableData({{"h"}, {"3"}}, book, {}, false, ExportFileCodeUtf8, true, err));
+        QCOMPARE(err, QStringLiteral("Excel文件保存失败！"));
+        QCOMPARE(read(book, ReadAllRows, err), (Table{{"h"}, {"1"}, {"2"}}));
     }
 
     // Plug-ins run under the user's locale. One with a decimal comma must reach neither
