@@ -444,9 +444,10 @@ public:
                 m_inSheetData = false;
             return;
         case 'o':
-            if (m_capture == &m_pageText) {
+            if (m_capture == &m_pageText && (std::strcmp(name, "oddHeader") == 0 || std::strcmp(name, "oddFooter") == 0)) {
                 m_capture = nullptr;
-                m_layout->setHeaderFooter(std::strcmp(name, "oddFooter") == 0, QString::fromUtf8(m_pageText.data(), int(m_pageText.size())));
+                const QString text = QString::fromUtf8(m_pageText.data(), int(m_pageText.size()));
+                m_layout->setHeaderFooter(name[3] == 'F', text);
             }
             return;
         case 'v':
