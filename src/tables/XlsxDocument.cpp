@@ -488,6 +488,51 @@ struct XlsxDocument::Private {
         }
     }
 
+    // How the old sheet was shown and printed.
+    void setPage(Sheet& s)
+    {
+        const XlsxSheetLayout::Page& page = s.layout.page();
+        if (page.tabColor >= 0)
+            worksheet_set_tab_color(s.ws, lxw_color_t(page.tabColor));
+        if (page.zoom > 0)
+            worksheet_set_zoom(s.ws, uint16_t(page.zoom));
+        // The writer's option adds gridlines; hiding those on screen takes hiding all first.
+        if (!page.screenGridlines)
+            worksheet_gridlines(s.ws, LXW_HIDE_ALL_GRIDLINES);
+        if (page.printGridlines)
+            worksheet_gridlines(s.ws, page.screenGridlines ? LXW_SHOW_ALL_GRIDLINES : LXW_SHOW_PRINT_GRIDLINES);
+        if (page.rightToLeft)
+            worksheet_right_to_left(s.ws);
+        if (page.hideZeros)
+            worksheet_hide_zero(s.ws);
+        if (page.printHeadings)
+            worksheet_print_row_col_headers(s.ws);
+        if (page.centerHorizontally)
+            worksheet_center_horizontally(s.ws);
+        if (page.centerVertically)
+            worksheet_center_vertically(s.ws);
+        if (page.landscape)
+            worksheet_set_landscape(s.ws);
+        if (page.paperSize > 0)
+            worksheet_set_paper(s.ws, uint8_t(page.paperSize));
+        if (page.fitToPage)
+            worksheet_fit_to_pages(s.ws, uint16_t(page.fitWidth), uint16_t(page.fitHeight));
+        else if (page.scale > 0)
+            worksheet_set_print_scale(s.ws, uint16_t(page.scale));
+        worksheet_set_margins(s.ws, page.margins[0], page.margins[1], page.margins[2], page.margins[3]);
+        const QByteArray texts[2] = {s.layout.header().toUtf8(), s.layout.footer().toUtf8()};
+        for (int i = 0; i < 2; ++i) {
+            if (texts[i].isEmpty())
+                continue;
+            lxw_header_footer_options options = {};
+            options.margin = page.margins[4 + i] > 0 ? page.margins[4 + i] : 0.3;
+            const lxw_error e = i == 0 ? worksheet_set_header_opt(s.ws, texts[i].constData(), &options)
+                                       : worksheet_set_footer_opt(s.ws, texts[i].constData(), &options);
+            if (e != LXW_NO_ERROR)
+                ++s.layoutFailures;
+        }
+    }
+
     // What the writer needs to know before any row: merged ranges (the writer takes a
     // range only while its last row is still to come) and the frozen pane.
     void startLayout(Sheet& s)
@@ -500,12 +545,7 @@ struct XlsxDocument::Private {
                 != LXW_NO_ERROR)
                 ++s.layoutFailures;
         }
-        const QByteArray header = s.layout.header().toUtf8();
-        if (!header.isEmpty() && worksheet_set_header(s.ws, header.constData()) != LXW_NO_ERROR)
-            ++s.layoutFailures;
-        const QByteArray footer = s.layout.footer().toUtf8();
-        if (!footer.isEmpty() && worksheet_set_footer(s.ws, footer.constData()) != LXW_NO_ERROR)
-            ++s.layoutFailures;
+        setPage(s);
         const XlsxSheetLayout::Pane& pane = s.layout.pane();
         if (pane.rows > 0 || pane.cols > 0)
             worksheet_freeze_panes_opt(s.ws, lxw_row_t(pane.rows), lxw_col_t(pane.cols), lxw_row_t(pane.topRow - 1),

@@ -284,10 +284,57 @@ const NotKept kNotKept[] = {
     {"slicerList", "slicers"},
 };
 
+// A number within [low, high]; `fallback` for anything else.
+double numberIn(const char* v, double low, double high, double fallback)
+{
+    bool ok = false;
+    const double d = v ? XlsxWorkbookReader::toDouble(v, int(std::strlen(v)), &ok) : 0;
+    return ok && d >= low && d <= high ? d : fallback;
+}
+
+bool isFalse(const char* v)
+{
+    return v && (std::strcmp(v, "0") == 0 || std::strcmp(v, "false") == 0);
+}
+
 } // namespace
 
-void XlsxSheetLayout::noteElement(const char* name)
+void XlsxSheetLayout::noteElement(const char* name, const char** atts)
 {
+    const auto attribute = [atts](const char* key) { return XlsxXmlReader::attribute(atts, key); };
+    if (std::strcmp(name, "tabColor") == 0) {
+        // "FFRRGGBB"; a theme or palette colour is not carried over.
+        const char* rgb = attribute("rgb");
+        const size_t n = rgb ? std::strlen(rgb) : 0;
+        if ((n == 6 || n == 8) && std::strspn(rgb, "0123456789abcdefABCDEF") == n)
+            m_page.tabColor = int(std::strtoul(rgb + n - 6, nullptr, 16));
+    } else if (std::strcmp(name, "pageSetUpPr") == 0) {
+        m_page.fitToPage = isTrue(attribute("fitToPage"));
+    } else if (std::strcmp(name, "sheetView") == 0) {
+        if (m_viewSeen)
+            return; // the first window's view is the one kept
+        m_viewSeen = true;
+        m_page.zoom = int(numberIn(attribute("zoomScale"), 10, 400, 0));
+        m_page.screenGridlines = !isFalse(attribute("showGridLines"));
+        m_page.rightToLeft = isTrue(attribute("rightToLeft"));
+        m_page.hideZeros = isFalse(attribute("showZeros"));
+    } else if (std::strcmp(name, "printOptions") == 0) {
+        m_page.printGridlines = isTrue(attribute("gridLines"));
+        m_page.printHeadings = isTrue(attribute("headings"));
+        m_page.centerHorizontally = isTrue(attribute("horizontalCentered"));
+        m_page.centerVertically = isTrue(attribute("verticalCentered"));
+    } else if (std::strcmp(name, "pageMargins") == 0) {
+        static const char* const sides[] = {"left", "right", "top", "bottom", "header", "footer"};
+        for (int i = 0; i < 6; ++i)
+            m_page.margins[i] = numberIn(attribute(sides[i]), 0, 49, -1);
+    } else if (std::strcmp(name, "pageSetup") == 0) {
+        const char* orientation = attribute("orientation");
+        m_page.landscape = orientation && std::strcmp(orientation, "landscape") == 0;
+        m_page.paperSize = std::max(0, smallNumber(attribute("paperSize"), 255));
+        m_page.scale = int(numberIn(attribute("scale"), 10, 400, 0));
+        m_page.fitWidth = int(numberIn(attribute("fitToWidth"), 0, 32767, 1));
+        m_page.fitHeight = int(numberIn(attribute("fitToHeight"), 0, 32767, 1));
+    }
     for (size_t i = 0; i < sizeof(kNotKept) / sizeof(kNotKept[0]); ++i) {
         if (std::strcmp(name, kNotKept[i].element) == 0)
             m_notKept |= 1u << i;

@@ -7,7 +7,8 @@
 
 // What a sheet holds besides its cells that a rewrite carries over: custom row heights,
 // hidden and grouped rows and columns, column widths and formats, merged ranges, the
-// frozen pane, hyperlinks and the header and footer of the printed pages. Filled while the sheet's XML streams past. Every list is
+// frozen pane, hyperlinks, the header and footer of the printed pages and how the sheet
+// is shown and printed. Filled while the sheet's XML streams past. Every list is
 // bounded, and entries that make no sense are left out (finish() reports how many).
 class XlsxSheetLayout
 {
@@ -42,6 +43,25 @@ public:
         int topRow = 0;       // first row shown below the frozen part, 1-based
         int leftCol = 0;
     };
+    // How the sheet is shown and printed.
+    struct Page {
+        int tabColor = -1;            // 0xRRGGBB; -1 for none
+        int zoom = 0;                 // percent; 0 for the default
+        bool screenGridlines = true;
+        bool rightToLeft = false;
+        bool hideZeros = false;
+        bool printGridlines = false;
+        bool printHeadings = false;
+        bool centerHorizontally = false;
+        bool centerVertically = false;
+        bool landscape = false;
+        int paperSize = 0;            // Excel's paper number; 0 for the printer's own
+        int scale = 0;                // printed size in percent; 0 for the default
+        bool fitToPage = false;
+        int fitWidth = 1;             // pages across when fitted; 0: as many as needed
+        int fitHeight = 1;
+        double margins[6] = {-1, -1, -1, -1, -1, -1}; // left, right, top, bottom, header, footer (inches); -1: not given
+    };
     struct Hyperlink {
         int row = 0;
         int col = 0;
@@ -58,8 +78,9 @@ public:
     void addMerge(const char** atts);
     void setPane(const char** atts);
     void addHyperlink(const char** atts);
-    // An element of the sheet outside its cells: notes the ones a rewrite leaves out.
-    void noteElement(const char* name);
+    // An element of the sheet outside its cells: takes how the sheet is shown and printed,
+    // and notes what a rewrite leaves out.
+    void noteElement(const char* name, const char** atts);
     // The header or footer of the printed pages, in the codes Excel writes them in.
     void setHeaderFooter(bool footer, const QString& text) { (footer ? m_footer : m_header) = text; }
     // External targets of the sheet's relationships, by id. Links that name a missing
@@ -75,6 +96,7 @@ public:
     const std::vector<Range>& merges() const { return m_merges; }
     const std::vector<Hyperlink>& hyperlinks() const { return m_links; }
     const Pane& pane() const { return m_pane; }
+    const Page& page() const { return m_page; }
     const QString& header() const { return m_header; }
     const QString& footer() const { return m_footer; }
 
@@ -94,6 +116,8 @@ private:
     std::vector<Range> m_merges;
     std::vector<Hyperlink> m_links;
     Pane m_pane;
+    Page m_page;
+    bool m_viewSeen = false;
     QString m_header;
     QString m_footer;
     bool m_paneSeen = false;

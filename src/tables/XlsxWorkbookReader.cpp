@@ -354,7 +354,7 @@ public:
                 m_pageText.clear();
                 m_capture = &m_pageText;
             } else {
-                m_layout->noteElement(name);
+                m_layout->noteElement(name, atts);
             }
         }
         switch (name[0]) {

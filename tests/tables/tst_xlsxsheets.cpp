@@ -221,6 +221,41 @@ private slots:
         QCOMPARE(layout.footer(), QStringLiteral("Page &P"));
     }
 
+    void appendKeepsHowTheSheetIsShownAndPrinted()
+    {
+        const QString path = m_dir.filePath("page.xlsx");
+        QVERIFY(XlsxPackage::write(
+            path, {{"xl/worksheets/sheet1.xml",
+                    "<worksheet><sheetPr><tabColor rgb=\"FF00B050\"/><pageSetUpPr fitToPage=\"1\"/></sheetPr>"
+                    "<sheetViews><sheetView zoomScale=\"85\" showGridLines=\"0\" showZeros=\"0\" workbookViewId=\"0\"/>"
+                    "<sheetView zoomScale=\"200\" workbookViewId=\"1\"/></sheetViews>"
+                    "<sheetData><row r=\"1\"><c r=\"A1\"><v>1</v></c></row></sheetData>"
+                    "<printOptions gridLines=\"1\" headings=\"1\" horizontalCentered=\"1\"/>"
+                    "<pageMargins left=\"0.25\" right=\"0.25\" top=\"1\" bottom=\"1\" header=\"0.5\" footer=\"0.2\"/>"
+                    "<pageSetup paperSize=\"9\" orientation=\"landscape\" fitToWidth=\"1\" fitToHeight=\"0\"/>"
+                    "<headerFooter><oddHeader>&amp;C&amp;A</oddHeader><oddFooter>&amp;P</oddFooter></headerFooter>"
+                    "</worksheet>"}}));
+        QString err;
+        QVERIFY(VantorUtils::WriteTableData({{"h"}, {"2"}}, path, {}, false, ExportFileCodeUtf8, true, err));
+
+        struct NoCells : XlsxCellVisitor {
+            void cell(const XlsxCell&) override {}
+        } none;
+        XlsxWorkbookReader reader;
+        XlsxSheetLayout layout;
+        QVERIFY(reader.open(path, err) && reader.readSheet(0, none, err, &layout));
+        const XlsxSheetLayout::Page& p = layout.page();
+        QCOMPARE(p.tabColor, 0x00B050);
+        QCOMPARE(p.zoom, 85);
+        QCOMPARE(QList<bool>({p.screenGridlines, p.hideZeros, p.rightToLeft, p.printGridlines, p.printHeadings,
+                              p.centerHorizontally, p.centerVertically, p.landscape, p.fitToPage}),
+                 QList<bool>({false, true, false, true, true, true, false, true, true}));
+        QCOMPARE(QList<int>({p.paperSize, p.fitWidth, p.fitHeight}), QList<int>({9, 1, 0}));
+        QCOMPARE(QList<double>(std::begin(p.margins), std::end(p.margins)), QList<double>({0.25, 0.25, 1, 1, 0.5, 0.2}));
+        QCOMPARE(layout.header(), QStringLiteral("&C&A"));
+        QCOMPARE(layout.footer(), QStringLiteral("&P"));
+    }
+
     void appendTo1904WorkbookKeepsItsDates()
     {
         // The rewritten workbook counts from 1900: old dates move with it, times of day and
