@@ -23,24 +23,13 @@
 
 #include <zip.h>
 
+#include "xlsx_package.h" // the minimal package parts the table tests build on
+
 #include <cstdio>
 #include <cstring>
 
 namespace {
 
-const char kContentTypes[] = "<Types xmlns=\"http://schemas.openxmlformats.org/package/2006/content-types\"/>";
-const char kPackageRels[] =
-    "<Relationships xmlns=\"http://schemas.openxmlformats.org/package/2006/relationships\">"
-    "<Relationship Id=\"rId1\" Type=\"http://schemas.openxmlformats.org/officeDocument/2006/relationships/officeDocument\""
-    " Target=\"xl/workbook.xml\"/></Relationships>";
-const char kWorkbookRels[] =
-    "<Relationships xmlns=\"http://schemas.openxmlformats.org/package/2006/relationships\">"
-    "<Relationship Id=\"rId1\" Type=\"http://schemas.openxmlformats.org/officeDocument/2006/relationships/worksheet\""
-    " Target=\"worksheets/sheet1.xml\"/></Relationships>";
-const char kWorkbook[] =
-    "<workbook xmlns=\"http://schemas.openxmlformats.org/spreadsheetml/2006/main\""
-    " xmlns:r=\"http://schemas.openxmlformats.org/officeDocument/2006/relationships\">"
-    "<sheets><sheet name=\"S\" sheetId=\"1\" r:id=\"rId1\"/></sheets></workbook>";
 const char kSheetHead[] = "<worksheet xmlns=\"http://schemas.openxmlformats.org/spreadsheetml/2006/main\"><sheetData>";
 const char kSheetTail[] = "</sheetData></worksheet>";
 
@@ -111,10 +100,10 @@ struct BombSource {
 // when null); `bomb` makes the sheet the 1 GiB entry instead.
 bool writePackage(const QString& path, const QByteArray& sheetXml, bool bomb = false)
 {
-    QList<QPair<QByteArray, QByteArray>> parts{{"[Content_Types].xml", kContentTypes},
-                                               {"_rels/.rels", kPackageRels},
-                                               {"xl/_rels/workbook.xml.rels", kWorkbookRels},
-                                               {"xl/workbook.xml", kWorkbook}};
+    QList<QPair<QByteArray, QByteArray>> parts{{"[Content_Types].xml", XlsxPackage::kContentTypes},
+                                               {"_rels/.rels", XlsxPackage::kPackageRels},
+                                               {"xl/_rels/workbook.xml.rels", XlsxPackage::kWorkbookRels},
+                                               {"xl/workbook.xml", XlsxPackage::kWorkbook}};
     if (!sheetXml.isNull())
         parts.append({"xl/worksheets/sheet1.xml", sheetXml});
     int error = 0;

@@ -11,6 +11,7 @@ using Parts = QMap<QString, QByteArray>;
 
 namespace XlsxPackage {
 
+const char kContentTypes[] = "<Types xmlns=\"http://schemas.openxmlformats.org/package/2006/content-types\"/>";
 const char kPackageRels[] =
     "<Relationships xmlns=\"http://schemas.openxmlformats.org/package/2006/relationships\">"
     "<Relationship Id=\"rId1\" Type=\"http://schemas.openxmlformats.org/officeDocument/2006/relationships/officeDocument\""
@@ -31,7 +32,7 @@ const char kWorkbook[] =
 // a part given as a null array is left out.
 inline bool write(const QString& path, const Parts& given)
 {
-    Parts parts{{"[Content_Types].xml", "<Types xmlns=\"http://schemas.openxmlformats.org/package/2006/content-types\"/>"},
+    Parts parts{{"[Content_Types].xml", kContentTypes},
                 {"_rels/.rels", kPackageRels},
                 {"xl/_rels/workbook.xml.rels", kWorkbookRels},
                 {"xl/workbook.xml", kWorkbook},

@@ -80,8 +80,22 @@ def layout(path):
         "pane": ws.freeze_panes,
         "links": {c.coordinate: [c.hyperlink.target, c.hyperlink.location, c.hyperlink.tooltip]
                   for row in ws.iter_rows() for c in row if c.hyperlink is not None},
+        "page": page(ws),
     }
     print(json.dumps(out, ensure_ascii=False, default=str))
+
+
+def page(ws):
+    """How the sheet is shown and printed."""
+    v, po, ps, m = ws.sheet_view, ws.print_options, ws.page_setup, ws.page_margins
+    tab = ws.sheet_properties.tabColor
+    fit = ws.sheet_properties.pageSetUpPr
+    return {"tab": tab.rgb if tab is not None else None, "zoom": v.zoomScale,
+            "screenGridlines": v.showGridLines is not False, "zeros": v.showZeros is not False,
+            "print": [bool(po.gridLines), bool(po.headings), bool(po.horizontalCentered), bool(po.verticalCentered)],
+            "setup": [ps.orientation, str(ps.paperSize), bool(fit and fit.fitToPage), ps.fitToWidth or 1, ps.fitToHeight],
+            "margins": [m.left, m.right, m.top, m.bottom, m.header, m.footer],
+            "header": ws.oddHeader.center.text, "footer": ws.oddFooter.right.text}
 
 
 def book(path):
@@ -137,7 +151,7 @@ def make_book(path):
 
 
 def make_styled(d):
-    """A sheet with what a user lays out by hand: merges, heights, hidden parts, looks."""
+    """A sheet with what a user lays out by hand: merges, heights, hidden parts, looks, page."""
     import openpyxl
     from openpyxl.styles import Alignment, Border, Font, PatternFill, Side
     from openpyxl.styles.colors import Color
@@ -177,6 +191,21 @@ def make_styled(d):
     ws["D3"].hyperlink = "https://example.com/notice"
     ws["D3"].hyperlink.tooltip = "公告"
     ws["D4"].hyperlink = Hyperlink(ref="D4", location="'明细'!A1", display="转到明细")
+    ws.sheet_properties.tabColor = "FF00B050"
+    ws.sheet_view.zoomScale = 85
+    ws.sheet_view.showGridLines = False
+    ws.sheet_view.showZeros = False
+    ws.print_options.gridLines = True
+    ws.print_options.headings = True
+    ws.print_options.horizontalCentered = True
+    ws.page_setup.orientation = "landscape"
+    ws.page_setup.paperSize = ws.PAPERSIZE_A4
+    ws.sheet_properties.pageSetUpPr.fitToPage = True
+    ws.page_setup.fitToHeight = 0
+    ws.page_margins.left = 0.25
+    ws.page_margins.header = 0.4
+    ws.oddHeader.center.text = "&A"
+    ws.oddFooter.right.text = "Page &P"
     wb.create_sheet("明细").append(["x"])
     wb.save(d + "/styled.xlsx")
 
