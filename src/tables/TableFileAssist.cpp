@@ -65,6 +65,13 @@ double numberFromText(const QString& text, bool percent)
     return percent ? digits.toDouble() / 100.0 : digits.toDouble();
 }
 
+// A sheet without rows or columns; also what a workbook name that is no file reads as,
+// an empty sheet.
+QString noRowsOrColumns()
+{
+    return QStringLiteral("获取到的行数或列数小于等于0，请检查文件并重新编辑保存后再试，如仍有问题，请联系KORVO技术支持获取帮助。");
+}
+
 // The line every successful CSV read leaves in the log.
 void logCsvRead(const QString& fileName, const CsvTableReader::Result& result, ReadTableCfg cfg)
 {
@@ -169,10 +176,14 @@ QList<QStringList> TableFileAssist::readXslFile(const QString& fileName, ReadTab
 {
     qCInfo(lcTables).noquote() << "TableFileAssist::readXslFile" << QStringLiteral("读取单sheet文件：%1").arg(fileName);
     XlsxWorkbookReader book;
+    if (!QFileInfo::exists(fileName)) {
+        err = noRowsOrColumns();
+        return {};
+    }
     if (!book.open(fileName, err))
         return {};
     if (book.currentSheet() < 0) {
-        err = QStringLiteral("获取到的行数或列数小于等于0，请检查文件并重新编辑保存后再试，如仍有问题，请联系KORVO技术支持获取帮助。");
+        err = noRowsOrColumns();
         return {};
     }
     return readSheet(book, book.currentSheet(), fileName, cfg, err);
@@ -198,7 +209,7 @@ QList<QStringList> TableFileAssist::readSheet(XlsxWorkbookReader& book, int shee
     const int lastCol = collector.lastCol;
     qCDebug(lcTables).noquote() << "TableFileAssist::readSheet" << lastRow << " * " << lastCol;
     if (lastRow < 1 || lastCol < 1) {
-        err = QStringLiteral("获取到的行数或列数小于等于0，请检查文件并重新编辑保存后再试，如仍有问题，请联系KORVO技术支持获取帮助。");
+        err = noRowsOrColumns();
         return {};
     }
     if (!collector.formulaError.isEmpty())
@@ -220,6 +231,11 @@ QList<QPair<QString, QList<QStringList>>> TableFileAssist::ReadMultiSheetTables(
         return result;
     XlsxWorkbookReader book;
     QString err;
+    if (!QFileInfo::exists(fileName)) {
+        qCInfo(lcTables).noquote() << "TableFileAssist::ReadMultiSheetTables"
+                                   << QStringLiteral("读取多sheet表格文件，文件名：%1，sheet数目：%2").arg(fileName).arg(0);
+        return result;
+    }
     if (!book.open(fileName, err)) {
         qCWarning(lcTables).noquote() << "TableFileAssist::ReadMultiSheetTables" << fileName << err;
         return result;

@@ -93,6 +93,14 @@ int gb18030ValidPrefix(const unsigned char* data, int len, bool& invalid)
             invalid = true;
             return i;
         }
+        // The BMP part ends at 0x8431A439 and the supplementary part at 0xE3329A35; the
+        // four-byte forms past either are unassigned.
+        const int lead = b1 >= 0x90 ? b1 - 0x90 : b1 - 0x81;
+        const int linear = ((lead * 10 + (b2 - 0x30)) * 126 + (b3 - 0x81)) * 10 + (b4 - 0x30);
+        if (linear > (b1 >= 0x90 ? 0x10FFFF - 0x10000 : 39419)) {
+            invalid = true;
+            return i;
+        }
         i += 4;
     }
     return i;

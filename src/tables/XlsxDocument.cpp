@@ -280,8 +280,7 @@ struct XlsxDocument::Private {
         // look for it at every cell.
         const bool ownFormat = c.style >= 0 && !c.styleFromColumn;
         lxw_format* fmt = oldFormat(ownFormat ? c.style : 0);
-        const bool dressed = s.rowFormatted || columnFormat(s, c.col) || c.type == XlsxCell::Empty;
-        if (!fmt && dressed && (c.type != XlsxCell::Empty || c.styleFromColumn))
+        if (!fmt && (s.rowFormatted || columnFormat(s, c.col)))
             fmt = plainFormat();
         if (!c.formula.isEmpty() && c.arrayLastRow > 0) {
             // The writer keeps a number as the result only; a text result shows once the
@@ -310,7 +309,7 @@ struct XlsxDocument::Private {
         case XlsxCell::Error:
             return writeString(s, r, col, c.text, fmt);
         case XlsxCell::Empty:
-            return fmt ? worksheet_write_blank(s.ws, r, col, fmt) == LXW_NO_ERROR : true;
+            return worksheet_write_blank(s.ws, r, col, fmt ? fmt : plainFormat()) == LXW_NO_ERROR;
         }
         return true;
     }
@@ -330,8 +329,9 @@ struct XlsxDocument::Private {
 
     bool writeString(Sheet& s, lxw_row_t r, lxw_col_t col, const QString& given, lxw_format* fmt)
     {
+        // An empty text is still a cell: it counts for the sheet's width and last row.
         if (given.isEmpty())
-            return fmt ? worksheet_write_blank(s.ws, r, col, fmt) == LXW_NO_ERROR : true;
+            return worksheet_write_blank(s.ws, r, col, fmt ? fmt : plainFormat()) == LXW_NO_ERROR;
         const QString text = escapedLikeControl(given);
         QByteArray utf8 = text.toUtf8();
         lxw_error e = worksheet_write_string(s.ws, r, col, utf8.constData(), fmt);

@@ -14,8 +14,6 @@ XlsxOldCells::XlsxOldCells(const XlsxStyles& styles)
 
 void XlsxOldCells::cell(const XlsxCell& c)
 {
-    if (c.type == XlsxCell::Empty && c.style < 0 && !c.hasFormula)
-        return;
     XlsxOldCell o;
     o.row = c.row;
     o.col = c.col;

@@ -179,6 +179,10 @@ private slots:
         QTest::newRow("gb18030 four-byte") << gb(QString::fromUtf8("€\u00e9\U0001F600\n")) << "GB18030";
         QTest::newRow("utf-8 that is also gb18030") << QByteArray("\xC3\xA9\xC3\xA9") << "UTF-8";
         QTest::newRow("invalid in both") << QByteArray("a,\xFF\xFF\n") << "";
+        QTest::newRow("gb18030 last bmp form") << QByteArray("a,\x84\x31\xA4\x39\n") << "GB18030";
+        QTest::newRow("gb18030 past the bmp") << QByteArray("a,\x84\x31\xA5\x30\n") << "";
+        QTest::newRow("gb18030 last supplementary form") << QByteArray("a,\xE3\x32\x9A\x35\n") << "GB18030";
+        QTest::newRow("gb18030 past U+10FFFF") << QByteArray("a,\xE3\x32\x9A\x36\n") << "";
         // A character cut off by the end of the file is not invalid: the codec would still be
         // waiting for the rest of it.
         QTest::newRow("gbk cut at the end") << QByteArray("ab\xB4") << "GB18030";
@@ -360,6 +364,32 @@ private slots:
 
         QVERIFY(!VantorUtils::WriteTableDatas(m_dir.filePath("multi.txt"), {{"s", {{"a"}}}}, {}, err));
         QCOMPARE(err, QStringLiteral("多表格导出功能不支持csv格式导出"));
+    }
+
+    // Writing looks at the name's case, unlike reading: only a lower-case ".csv" is text,
+    // and only lower-case ".csv" and ".txt" refuse several tables.
+    void writeDispatchIsCaseSensitive_data()
+    {
+        QTest::addColumn<QString>("name");
+        QTest::addColumn<QByteArray>("magic");
+        QTest::addColumn<bool>("severalWritten");
+        QTest::newRow("csv") << "w.csv" << QByteArray("\"h\"") << false;
+        QTest::newRow("upper CSV is a workbook") << "W.CSV" << QByteArray("PK") << true;
+        QTest::newRow("upper TXT is a workbook") << "W.TXT" << QByteArray("PK") << true;
+        QTest::newRow("txt") << "w.txt" << QByteArray("PK") << false;
+    }
+
+    void writeDispatchIsCaseSensitive()
+    {
+        QFETCH(QString, name);
+        QFETCH(QByteArray, magic);
+        QFETCH(bool, severalWritten);
+        const QString path = m_dir.filePath(name);
+        QVERIFY(VantorUtils::WriteTableData({{"h"}, {"1"}}, path, {}, false, ExportFileCodeUtf8, false));
+        QCOMPARE(readBytes(path).left(magic.size()), magic);
+        QString err;
+        QCOMPARE(VantorUtils::WriteTableDatas(m_dir.filePath("several-" + name), {{"s", {{"a"}}}}, {}, err), severalWritten);
+        QCOMPARE(QFile::exists(m_dir.filePath("several-" + name)), severalWritten);
     }
 
     void fileThatCannotBeRemovedIsReported()
