@@ -51,8 +51,14 @@ Q_ALWAYS_INLINE QString XlsxTableCollector::convert(const XlsxCell& c, bool& fil
 {
     const XlsxCellStyle& style = m_styles.style(c.style);
     QString text;
-    // A number shown as a date or time reads as one; a negative number never is one.
-    const double number = c.type == XlsxCell::Number && style.isDateTime ? XlsxWorkbookReader::toDouble(c.raw, c.rawLen) : -1;
+    // A number shown as a date or time reads as one; a negative number never is one. A
+    // cell with a date format and no value at all (formatted but left blank, or a formula
+    // never calculated) is the number 0: it reads as midnight, yet leaves its row empty.
+    double number = -1;
+    if (style.isDateTime && c.type == XlsxCell::Number)
+        number = XlsxWorkbookReader::toDouble(c.raw, c.rawLen);
+    else if (style.isDateTime && c.type == XlsxCell::Empty)
+        number = 0;
     if (number >= 0 || c.isoDate) {
         const QVariant value = c.isoDate ? XlsxWorkbookReader::dateTimeFromIso(c.text)
                                          : XlsxWorkbookReader::dateTimeFromNumber(number, m_1904);

@@ -528,6 +528,7 @@ private:
         m_cell.styleFromColumn = false;
         m_value.clear();
         m_formula.clear();
+        m_inlineText.clear();
         m_hasInline = false;
         m_typeChar = 'n';
         m_typeInline = false;
@@ -960,6 +961,8 @@ QVariant XlsxWorkbookReader::dateTimeFromNumber(double number, bool is1904)
     const qint64 rest = msecs % dayMs;
     const QDate epoch = is1904 ? QDate(1904, 1, 1) : QDate(1899, 12, 31);
     const QDate date = epoch.addDays(days);
+    if (date.year() > 9999)
+        return QVariant();
     const QTime time = QTime::fromMSecsSinceStartOfDay(int(rest));
     if (num < 1.0)
         return QVariant(time);

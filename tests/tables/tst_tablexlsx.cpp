@@ -572,6 +572,10 @@ private slots:
         QTest::newRow("date and time") << 45293.5625 << false << "2024-01-02T13:30:00.000";
         // Read where clocks go forward from 02:00 to 03:00 on the second Sunday of April.
         QTest::newRow("a time summer time skips") << 33342.0 + 2.5 / 24 << false << "1991-04-14T02:30:00.000";
+        QTest::newRow("last day") << 2958465.5 << false << "9999-12-31T12:00:00.000";
+        QTest::newRow("past year 9999") << 2958466.0 << false << "";
+        QTest::newRow("1904 last day") << 2957003.0 << true << "9999-12-31";
+        QTest::newRow("1904 past year 9999") << 2957004.5 << true << "";
         QTest::newRow("absurd") << 1e300 << false << "";
     }
 

@@ -256,6 +256,38 @@ private slots:
         QCOMPARE(read(parts, SkipEmptyRows), (Table{{text}})); // the cell is not empty
     }
 
+    // Cells that carry no value: each reads as its own nothing, and one in a date format as
+    // the number 0, midnight, while its row still counts as empty.
+    void cellsWithoutValue_data()
+    {
+        QTest::addColumn<QByteArray>("rows");
+        QTest::addColumn<Table>("all");
+        QTest::addColumn<Table>("nonEmpty");
+        const QByteArray x = "<c r=\"B1\" t=\"inlineStr\"><is><t>x</t></is></c>";
+        QTest::newRow("inline string without its text")
+            << QByteArray("<row r=\"1\"><c r=\"A1\" t=\"inlineStr\"><is><t>first</t></is></c><c r=\"B1\" t=\"inlineStr\"/>"
+                          "<c r=\"C1\" t=\"inlineStr\"></c></row>")
+            << Table{{"first", "", ""}} << Table{{"first", "", ""}};
+        QTest::newRow("blank in a date format")
+            << "<row r=\"1\"><c r=\"A1\" s=\"1\"/>" + x + "</row><row r=\"2\"><c r=\"A2\" s=\"2\"/></row>"
+            << Table{{"00:00:00.000", "x"}, {"00:00:00.000", ""}} << Table{{"00:00:00.000", "x"}};
+        QTest::newRow("formula never calculated, in a date format")
+            << "<row r=\"1\"><c r=\"A1\" s=\"1\"><f>TODAY()</f></c>" + x + "</row>" << Table{{"00:00:00.000", "x"}}
+            << Table{{"00:00:00.000", "x"}};
+        QTest::newRow("blank in a plain format") << "<row r=\"1\"><c r=\"A1\" s=\"0\"/>" + x + "</row>"
+                                                 << Table{{"", "x"}} << Table{{"", "x"}};
+    }
+
+    void cellsWithoutValue()
+    {
+        QFETCH(QByteArray, rows);
+        QFETCH(Table, all);
+        QFETCH(Table, nonEmpty);
+        const Parts parts{{"xl/styles.xml", kDateStyles}, {"xl/worksheets/sheet1.xml", sheet(rows)}};
+        QCOMPARE(read(parts), all);
+        QCOMPARE(read(parts, SkipEmptyRows), nonEmpty);
+    }
+
     void millisecondsRoundTrip()
     {
         // A moment stored as a fraction of a day reads back to the very millisecond.
