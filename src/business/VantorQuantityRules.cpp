@@ -137,6 +137,15 @@ QList<int> VantorQuantityRules::SplitBigNumIntoSmallNumList(qint64 total, int ma
                                         << QStringLiteral("拆分笔数%1超过上限%2").arg(n).arg(MaxSplitPieces);
         return {};
     }
+    // A minimum above the maximum no piece can meet: the pieces are then cut at the
+    // maximum alone, never made negative or larger than it.
+    if (minPiece > maxPiece) {
+        qCWarning(lcBusiness).noquote() << "VantorUtils::SplitBigNumIntoSmallNumList"
+                                        << QStringLiteral("单笔最小数量%1大于单笔最大数量%2，按不限最小数量拆分")
+                                               .arg(minPiece)
+                                               .arg(maxPiece);
+        minPiece = 0;
+    }
     const qint64 maxP = maxPiece;
     if (n == 1) {
         const qint64 rest = total - maxP;

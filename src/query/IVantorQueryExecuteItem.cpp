@@ -123,6 +123,13 @@ void IVantorQueryExecuteItem::run()
                         position = head.value(positionKey).toString();
                     // Rows the head line announces but the reply lacks are not invented.
                     const int present = qMin(rowsThisPage, unpacker.GetRowCount() - 1);
+                    if (present < rowsThisPage) {
+                        qCWarning(lcQuery).noquote() << "IVantorQueryExecuteItem::run"
+                                                     << QStringLiteral("功能号%1应答声明%2行数据，实际只有%3行")
+                                                            .arg(id)
+                                                            .arg(rowsThisPage)
+                                                            .arg(qMax(present, 0));
+                    }
                     for (int i = 1; i <= present; ++i) {
                         unpacker.SetCurrentRow(i);
                         QMap<QString, QVariant> row = unpacker.GetRowValue();

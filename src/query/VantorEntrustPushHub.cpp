@@ -110,25 +110,29 @@ void VantorEntrustPushHub::ProcessEntrustPush(const QMap<QString, QVariant>& pus
         return;
     }
     Dispatch dispatch{this, {}};
-    {
-        // Unlisted again however the callbacks leave.
-        struct Listed {
-            Dispatch* d;
-            explicit Listed(Dispatch* dispatch)
-                : d(dispatch)
-            {
-                t_dispatches.push_back(d);
-            }
-            ~Listed() { t_dispatches.erase(std::find(t_dispatches.begin(), t_dispatches.end(), d)); }
-        } listed(&dispatch);
-        QReadLocker locker(&m_entrustPushLock);
-        for (const EntrustPushFunc& func : m_entrustPushFuncs) {
-            if (func)
-                func(push);
+    // However the callbacks leave, even by an exception: unlisted again, and, once the
+    // read lock is let go, the registrations they made take effect.
+    struct Listed {
+        VantorEntrustPushHub* hub;
+        Dispatch* d;
+        Listed(VantorEntrustPushHub* owner, Dispatch* dispatch)
+            : hub(owner)
+            , d(dispatch)
+        {
+            t_dispatches.push_back(d);
         }
+        ~Listed()
+        {
+            t_dispatches.erase(std::find(t_dispatches.begin(), t_dispatches.end(), d));
+            for (Change& c : d->changes)
+                hub->applyChange(std::move(c.func), c.add);
+        }
+    } listed(this, &dispatch);
+    QReadLocker locker(&m_entrustPushLock);
+    for (const EntrustPushFunc& func : m_entrustPushFuncs) {
+        if (func)
+            func(push);
     }
-    for (Change& c : dispatch.changes)
-        applyChange(std::move(c.func), c.add);
 }
 
 void VantorEntrustPushHub::ProcessEntrustPushToMQ(const QMap<QString, QVariant>& push) const

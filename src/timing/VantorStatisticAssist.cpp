@@ -33,13 +33,15 @@ VantorStatisticAssist::VantorStatisticAssist(int maxCount, int validMinCount)
 void VantorStatisticAssist::AppendData(double value)
 {
     double removed = 0.0;
-    if (m_maxCount != 0 && m_data.size() >= m_maxCount)
+    const bool full = m_maxCount != 0 && m_data.size() >= m_maxCount;
+    if (full)
         removed = m_data.takeFirst();
     m_data.append(value);
     m_sum += value - removed;
-    // A NaN or an infinity poisons the running sum even after it left the window; then
-    // the sum is taken afresh from the window until it is finite again.
-    if (!std::isfinite(m_sum))
+    // A NaN or an infinity poisons the running sum even after it left the window; then,
+    // as samples leave, the sum is taken afresh from the window until it is finite again.
+    // A window that keeps every sample keeps the poison too: no scan could clear it.
+    if (full && !std::isfinite(m_sum))
         m_sum = std::accumulate(m_data.cbegin(), m_data.cend(), 0.0);
     m_avg = m_sum / m_data.size();
     recalcMinMaxValue(value, removed);

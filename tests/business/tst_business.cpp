@@ -328,6 +328,9 @@ private slots:
         QTest::newRow("no maximum, total beyond an int") << qint64(3000000000) << 0 << 100 << Ints{};
         QTest::newRow("total below any int") << -(qint64(1) << 40) << 500 << 100 << Ints{};
         QTest::newRow("too many pieces refused") << (qint64(1) << 40) << 1 << 0 << Ints{};
+        // A minimum above the maximum cannot be met: the pieces stay within the maximum.
+        QTest::newRow("minimum above maximum, one over") << qint64(510) << 500 << 600 << Ints{500, 10};
+        QTest::newRow("minimum above maximum, several") << qint64(1050) << 500 << 520 << Ints{500, 500, 50};
     }
 
     void splitBigNum()
@@ -416,7 +419,7 @@ private slots:
         for (quint32 seed = 1; seed <= 5000; ++seed) {
             QRandomGenerator rng(seed);
             const int maxPiece = 1 + rng.bounded(100000);
-            const int minPiece = rng.bounded(maxPiece + 1);
+            const int minPiece = rng.bounded(2 * maxPiece + 1);
             const qint64 total = 1 + qint64(rng.bounded(double(maxPiece) * rng.bounded(1, 40)));
             const Ints pieces = VantorUtils::SplitBigNumIntoSmallNumList(total, maxPiece, minPiece);
             const QString where = QStringLiteral("seed %1: %2/%3/%4").arg(seed).arg(total).arg(maxPiece).arg(minPiece);
@@ -426,7 +429,7 @@ private slots:
                 sum += piece;
             }
             QVERIFY2(sum == total, qPrintable(where));
-            if (total >= minPiece)
+            if (total >= minPiece && minPiece <= maxPiece)
                 QVERIFY2(pieces.last() >= minPiece, qPrintable(where));
         }
     }

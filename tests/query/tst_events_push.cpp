@@ -6,6 +6,7 @@
 #include <QtTest>
 
 #include <atomic>
+#include <stdexcept>
 #include <thread>
 #include <vector>
 
@@ -166,6 +167,24 @@ private slots:
         g_calls.clear();
         hub.ProcessEntrustPush(Push{});
         QCOMPARE(g_calls, (QStringList{"lambda", "C", "B"}));
+    }
+
+    // A callback that throws after changing the registrations still leaves them changed.
+    void registrationFromACallbackThatThrows()
+    {
+        VantorEntrustPushHub hub;
+        bool thrown = false;
+        QVERIFY(hub.RegisterEntrustPushFunc([&hub](const Push&) {
+            hub.RegisterEntrustPushFunc(pushB, true);
+            throw std::runtime_error("plug-in fault");
+        }, true));
+        try {
+            hub.ProcessEntrustPush(Push{});
+        } catch (const std::runtime_error&) {
+            thrown = true;
+        }
+        QVERIFY(thrown);
+        QVERIFY(!hub.RegisterEntrustPushFunc(pushB, true)); // already there
     }
 
     void removalWaitsForPushesInProgress()

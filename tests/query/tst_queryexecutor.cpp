@@ -273,6 +273,8 @@ private slots:
         const QString subGroup = key(Zentra_Fields::System::subGroupNumber);
         if (pageSize == INT_MAX)
             m_transport->queueServerFailure(QStringLiteral("忙"));
+        if (announced > 3) // rows announced but not sent are not invented, and the log says so
+            QTest::ignoreMessage(QtWarningMsg, QRegularExpression(QStringLiteral("应答声明%1行数据，实际只有3行").arg(announced)));
         m_transport->queueRows(numberedRows(0, 10), totalSize, {{subGroup, 10}});
         m_transport->queueRows(numberedRows(10, 3), totalSize, {{subGroup, announced}});
         PageQueryExecuteItem item;
