@@ -37,8 +37,13 @@ void CDataBase::reload()
 {
     const QString fromEnv = qEnvironmentVariable("VANTOR_STATIC_CONFIG");
     if (!fromEnv.isEmpty()) {
-        loadFile(fromEnv);
-        return;
+        if (QFileInfo::exists(fromEnv)) {
+            loadFile(fromEnv);
+            return;
+        }
+        // No file there: the lookup goes on as if the variable were not set.
+        qCWarning(lcPlatform).noquote() << "CDataBase::reload" << "no static configuration at" << fromEnv
+                                        << "(VANTOR_STATIC_CONFIG) - looking further";
     }
     const QString inAppDir = VantorAppDir::filePath(QStringLiteral("cfg/static-config.json"));
     if (QFileInfo::exists(inAppDir)) {

@@ -139,6 +139,7 @@ bool TcpTransportLink::connectLocked(const QDeadlineTimer& deadline, QString* wh
         return false;
     }
     m_fd = fd;
+    m_connected = true;
     ++m_connection;
     qCInfo(lcPlatform).noquote() << "TcpTransportLink::connectLocked" << QStringLiteral("已连接交易网关%1").arg(endpoint());
     return true;
@@ -151,6 +152,11 @@ TcpTransportLink::SendResult TcpTransportLink::send(const std::shared_ptr<Pendin
     // than this request may take.
     const qint64 waitMs = deadline.remainingTime();
     if (!m_mutex.tryLock(waitMs < 0 ? -1 : int(qMin<qint64>(waitMs, std::numeric_limits<int>::max())))) {
+        // Still no connection to send on: for this request the gateway is unreachable.
+        if (!m_connected) {
+            *why = QStringLiteral("无法连接交易网关%1：连接超时").arg(endpoint());
+            return NotConnected;
+        }
         *why = QStringLiteral("等待发送到交易网关%1超时").arg(endpoint());
         return TimedOut;
     }
@@ -231,6 +237,7 @@ void TcpTransportLink::readLoop()
             QMutexLocker lock(&m_mutex);
             ::close(fd);
             m_fd = -1;
+            m_connected = false;
             m_broken = false;
         }
         m_changed.wakeAll();

@@ -9,6 +9,7 @@
 #include <QObject>
 #include <QWaitCondition>
 
+#include <atomic>
 #include <memory>
 #include <thread>
 
@@ -56,6 +57,8 @@ private:
     quint64 m_connection = 0; // number of the current (or last) connection
     bool m_broken = false;    // a write failed: the reading thread is to close the connection
     bool m_stopping = false;
+    // Whether a connection is open, for those who could not take the lock to look.
+    std::atomic<bool> m_connected{false};
 
     WireFrameCodec m_decoder; // reading thread only
     QByteArray m_readBuffer;  // reading thread only

@@ -11,6 +11,8 @@
 
 #include <QProcess>
 #include <QRegularExpression>
+#include <QSqlDatabase>
+#include <QSqlQuery>
 #include <QTcpServer>
 #include <QTcpSocket>
 #include <QtTest>
@@ -208,6 +210,34 @@ private slots:
         QCOMPARE(call(*m_transport, Fn::funds).rows.size(), 1);
     }
 
+    void databaseOfSomeoneElseIsLeftAlone()
+    {
+        QTemporaryDir dir;
+        const QString path = dir.filePath(QStringLiteral("mine.sqlite"));
+        {
+            QSqlDatabase db = QSqlDatabase::addDatabase(QStringLiteral("QSQLITE"), QStringLiteral("someone"));
+            db.setDatabaseName(path);
+            QVERIFY(db.open());
+            QSqlQuery q(db);
+            QVERIFY(q.exec(QStringLiteral("CREATE TABLE orders (note TEXT)")));
+            QVERIFY(q.exec(QStringLiteral("INSERT INTO orders VALUES ('keep me')")));
+            db.close();
+        }
+        QSqlDatabase::removeDatabase(QStringLiteral("someone"));
+        auto readAll = [](const QString& file) {
+            QFile f(file);
+            return f.open(QIODevice::ReadOnly) ? f.readAll() : QByteArray();
+        };
+        const QByteArray before = readAll(path);
+        QVERIFY(!before.isEmpty());
+        GatewayOptions o = options(5);
+        o.dbPath = path;
+        GatewayServer gateway(o);
+        QVERIFY(!gateway.start());
+        QVERIFY2(gateway.errorString().contains(QStringLiteral("did not make")), qPrintable(gateway.errorString()));
+        QCOMPARE(readAll(path), before);
+    }
+
     void reusedDatabaseHoldsTheGeneratedDataOnly()
     {
         // Orders placed or cancelled in one run do not stay in the file for the next one.
@@ -217,7 +247,7 @@ private slots:
         QList<QVariantMap> generated;
         for (int run = 0; run < 3; ++run) {
             GatewayServer gateway(o);
-            QVERIFY(gateway.start());
+            QVERIFY2(gateway.start(), qPrintable(QString::number(run) + gateway.errorString()));
             TcpTransport transport(gateway.address());
             const Answer all = call(transport, Fn::orders);
             QVERIFY(all.ok());
@@ -509,6 +539,40 @@ private slots:
         }
     }
 
+    // A gateway that never completes the connection: every caller, the one connecting and
+    // those waiting behind it, learns that it cannot be reached, none that it timed out.
+    void unansweredConnectFailsEveryCaller()
+    {
+        const int listener = ::socket(AF_INET, SOCK_STREAM, 0);
+        sockaddr_in at = {};
+        at.sin_family = AF_INET;
+        at.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
+        socklen_t len = sizeof at;
+        QVERIFY(::bind(listener, reinterpret_cast<sockaddr*>(&at), len) == 0);
+        QVERIFY(::listen(listener, 0) == 0); // never accepted: once the queue is full, connects hang
+        QVERIFY(::getsockname(listener, reinterpret_cast<sockaddr*>(&at), &len) == 0);
+        std::vector<int> fillers;
+        for (int i = 0; i < 4; ++i) {
+            const int fd = ::socket(AF_INET, SOCK_STREAM | SOCK_NONBLOCK, 0);
+            ::connect(fd, reinterpret_cast<sockaddr*>(&at), len);
+            fillers.push_back(fd);
+        }
+        TcpTransport transport(QStringLiteral("127.0.0.1:%1").arg(ntohs(at.sin_port)));
+        std::vector<Answer> answers(4);
+        std::vector<std::thread> callers;
+        for (size_t i = 0; i < answers.size(); ++i)
+            callers.emplace_back([&, i] { answers[i] = call(transport, Fn::funds, {QVariantMap()}, 1500); });
+        for (std::thread& th : callers)
+            th.join();
+        for (int fd : fillers)
+            ::close(fd);
+        ::close(listener);
+        for (const Answer& a : answers) {
+            QCOMPARE(a.result, 2);
+            QVERIFY2(a.text().startsWith(QStringLiteral("无法连接交易网关")), qPrintable(a.text()));
+        }
+    }
+
     // A connection the gateway dropped comes back on the next send ("control drop" above);
     // so does one whose gateway went away and came back on the same port.
     void droppedConnectionComesBackOnNextSend()
@@ -639,6 +703,29 @@ private slots:
         QVERIFY(gateway.waitForFinished(30000));
         QCOMPARE(gateway.exitStatus(), QProcess::NormalExit);
         QCOMPARE(gateway.exitCode(), 0);
+    }
+
+    void executableRefusesBadArguments_data()
+    {
+        QTest::addColumn<QStringList>("arguments");
+        QTest::addColumn<QString>("error");
+        QTest::newRow("rate that is no number") << QStringList{"--fail-rate", "nan"} << "rates are numbers between 0 and 1";
+        QTest::newRow("rate above one") << QStringList{"--drop-rate", "1.5"} << "rates are numbers between 0 and 1";
+        QTest::newRow("negative rows") << QStringList{"--rows", "-1"} << "--rows must be a number of rows";
+        QTest::newRow("address without a port") << QStringList{"--listen", "localhost"} << "--listen takes HOST:PORT";
+        QTest::newRow("stray argument") << QStringList{"extra"} << "unexpected argument: extra";
+    }
+
+    void executableRefusesBadArguments()
+    {
+        QFETCH(QStringList, arguments);
+        QFETCH(QString, error);
+        QProcess gateway;
+        gateway.start(QStringLiteral(VANTOR_GATEWAY_EXE), arguments);
+        QVERIFY(gateway.waitForFinished(30000));
+        QCOMPARE(gateway.exitCode(), 2);
+        QVERIFY2(gateway.readAllStandardError().contains(error.toUtf8()), qPrintable(error));
+        QVERIFY(gateway.readAllStandardOutput().isEmpty()); // never listened
     }
 };
 

@@ -68,7 +68,9 @@ private slots:
         QTest::newRow("malformed env falls back to embedded") << "{\"Probe\": {" << R"({"Probe":{"where":"app"}})" << ""
                                                               << malformed;
         QTest::newRow("top level array is malformed") << "[1,2]" << "" << "" << malformed;
-        QTest::newRow("unreadable env file falls back to embedded") << "-" << "" << "" << "cannot open static configuration";
+        QTest::newRow("missing env file, app dir next") << "-" << R"({"Probe":{"where":"app"}})" << "app"
+                                                        << "no static configuration at";
+        QTest::newRow("missing env file, embedded last") << "-" << "" << "" << "no static configuration at";
     }
 
     void configLookupOrder()

@@ -80,12 +80,13 @@ bool GatewayCore::start(const QString& host, quint16 port, QString* error)
 
 void GatewayCore::requestStart(const QString& host, quint16 port, Started done)
 {
-    {
-        std::lock_guard<std::mutex> lock(m_requestMutex);
-        m_requestedHost = host;
-        m_requestedPort = port;
-        m_started = std::move(done);
-    }
+    // The lock is held while the call is posted: the core's thread takes it first thing, so
+    // everything done here comes before the start, and before the core's end, in a way race
+    // checkers see.
+    std::lock_guard<std::mutex> lock(m_requestMutex);
+    m_requestedHost = host;
+    m_requestedPort = port;
+    m_started = std::move(done);
     QMetaObject::invokeMethod(this, "startRequested", Qt::QueuedConnection);
 }
 

@@ -162,10 +162,29 @@ bool GatewayDatabase::open(const QString& path, int rows, quint32 seed, QString*
 
     const QString stamp = QStringLiteral("%1/%2").arg(rows).arg(seed);
     bool fresh = true;
+    bool ours = false; // the gateway's own tables, told by their meta table
     {
         QSqlQuery q(m_db);
-        if (q.exec(QStringLiteral("SELECT value FROM meta WHERE name = 'data'")) && q.next())
-            fresh = q.value(0).toString() != stamp;
+        if (q.exec(QStringLiteral("SELECT value FROM meta WHERE name = 'data'"))) {
+            ours = true;
+            if (q.next())
+                fresh = q.value(0).toString() != stamp;
+        }
+    }
+    if (!ours) {
+        // A database the gateway did not make is never overwritten: its tables are someone's.
+        bool foreign = false;
+        {
+            QSqlQuery q(m_db);
+            foreign = q.exec(QStringLiteral("SELECT COUNT(*) FROM sqlite_master WHERE type = 'table'")) && q.next()
+                && q.value(0).toInt() > 0;
+        }
+        if (foreign) {
+            if (error)
+                *error = QStringLiteral("%1 holds tables the gateway did not make; give it a new file").arg(path);
+            close();
+            return false;
+        }
     }
     if (fresh) {
         for (const char* table : {"meta", "funds", "positions", "orders", "trades"})

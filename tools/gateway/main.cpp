@@ -24,7 +24,7 @@ bool parseRate(const QString& text, double* rate)
 {
     bool ok = false;
     const double v = text.toDouble(&ok);
-    if (!ok || v < 0 || v > 1)
+    if (!ok || !(v >= 0 && v <= 1)) // NaN is no rate either
         return false;
     *rate = v;
     return true;
@@ -63,6 +63,9 @@ int main(int argc, char* argv[])
         std::fprintf(stderr, "vantor-gateway: %s\n", qPrintable(text));
         return 2;
     };
+
+    if (!parser.positionalArguments().isEmpty())
+        return fail(QStringLiteral("unexpected argument: %1").arg(parser.positionalArguments().first()));
 
     GatewayOptions options;
     bool ok = false;
