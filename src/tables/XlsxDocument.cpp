@@ -287,7 +287,7 @@ struct XlsxDocument::Private {
             // workbook is calculated again. The other cells of the range come with their
             // own values.
             const QByteArray f = QByteArray("{=") + c.formula.toUtf8() + '}';
-            const double result = c.type == XlsxCell::Number || c.type == XlsxCell::Boolean ? c.number : 0;
+            const double result = c.type == XlsxCell::Number || c.type == XlsxCell::Boolean ? writable(c.number, c.row) : 0;
             if (worksheet_write_array_formula_num(s.ws, r, col, lxw_row_t(c.arrayLastRow - 1), lxw_col_t(c.arrayLastCol - 1),
                                                   f.constData(), fmt, result)
                 == LXW_NO_ERROR)
@@ -298,11 +298,11 @@ struct XlsxDocument::Private {
             const QByteArray f = c.formula.toUtf8();
             if (c.type == XlsxCell::String || c.type == XlsxCell::Error)
                 return worksheet_write_formula_str(s.ws, r, col, f.constData(), fmt, c.text.toUtf8().constData()) == LXW_NO_ERROR;
-            return worksheet_write_formula_num(s.ws, r, col, f.constData(), fmt, c.number) == LXW_NO_ERROR;
+            return worksheet_write_formula_num(s.ws, r, col, f.constData(), fmt, writable(c.number, c.row)) == LXW_NO_ERROR;
         }
         switch (c.type) {
         case XlsxCell::Number:
-            return worksheet_write_number(s.ws, r, col, c.number, fmt) == LXW_NO_ERROR;
+            return worksheet_write_number(s.ws, r, col, writable(c.number, c.row), fmt) == LXW_NO_ERROR;
         case XlsxCell::Boolean:
             return worksheet_write_boolean(s.ws, r, col, c.number != 0, fmt) == LXW_NO_ERROR;
         case XlsxCell::String:
@@ -315,15 +315,30 @@ struct XlsxDocument::Private {
     }
 
     // Text that reads like one of the _xHHHH_ escapes control characters are stored as
-    // keeps its underscore escaped, so that it does not come back as that character.
+    // keeps its underscore escaped, so that it does not come back as that character. The
+    // characters no XML may hold and the writer leaves as they are (NUL, which would end
+    // its text, U+FFFE and U+FFFF) are stored as such escapes themselves.
     static QString escapedLikeControl(const QString& text)
     {
         static const QRegularExpression escape(QStringLiteral("_(?=x[0-9A-Fa-f]{4}_)"));
+        bool unfit = false;
+        for (const QChar c : text) {
+            const ushort u = c.unicode();
+            if (u == 0 || u == 0xFFFE || u == 0xFFFF) {
+                unfit = true;
+                break;
+            }
+        }
         const int at = text.indexOf(QLatin1Char('_')); // most text has none: the quick test
-        if (at < 0 || text.indexOf(escape, at) < 0)
+        if (!unfit && (at < 0 || text.indexOf(escape, at) < 0))
             return text;
         QString escaped = text;
         escaped.replace(escape, QStringLiteral("_x005F_"));
+        if (unfit) {
+            escaped.replace(QChar(0), QStringLiteral("_x0000_"));
+            escaped.replace(QChar(0xFFFE), QStringLiteral("_xFFFE_"));
+            escaped.replace(QChar(0xFFFF), QStringLiteral("_xFFFF_"));
+        }
         return escaped;
     }
 
@@ -365,12 +380,22 @@ struct XlsxDocument::Private {
         const lxw_col_t c = lxw_col_t(col - 1);
         if (value.userType() == QMetaType::QString)
             return writeString(s, r, c, value.toString(), fmt);
-        double number = value.toDouble();
+        return worksheet_write_number(s.ws, r, c, writable(value.toDouble(), row), fmt) == LXW_NO_ERROR;
+    }
+
+    // A number as the writer can store it. It prints 16 significant digits, which round
+    // the largest doubles up past the largest one: those are stored as the largest that
+    // prints within range. A NaN or an infinity has no form in a workbook and becomes 0.
+    static double writable(double number, int row)
+    {
+        constexpr double kLargest = 1.797693134862315e308;
         if (!std::isfinite(number)) {
             qCWarning(lcTables).noquote() << "XlsxDocument::write" << "a number that is not finite is written as 0 at row" << row;
-            number = 0;
+            return 0;
         }
-        return worksheet_write_number(s.ws, r, c, number, fmt) == LXW_NO_ERROR;
+        if (std::fabs(number) > kLargest)
+            return std::copysign(kLargest, number);
+        return number;
     }
 
     void releaseHeld(Sheet& s)
@@ -433,6 +458,8 @@ struct XlsxDocument::Private {
         QString url;
         if (link.target.isEmpty())
             url = QLatin1String("internal:") + link.location;
+        else if (link.target.startsWith(QLatin1Char('#'))) // a place in this workbook, named as a target
+            url = QLatin1String("internal:") + (link.location.isEmpty() ? link.target.mid(1) : link.location);
         else if (link.location.isEmpty())
             url = link.target;
         else

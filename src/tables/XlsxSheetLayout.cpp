@@ -247,7 +247,8 @@ void XlsxSheetLayout::resolveTargets(const QHash<QString, QString>& externalTarg
     for (Hyperlink& link : m_links) {
         if (!link.relId.isEmpty())
             link.target = externalTargets.value(link.relId);
-        if (!link.relId.isEmpty() && link.target.isEmpty()) {
+        // A link whose relationship names no target still leads to its place, if it has one.
+        if (!link.relId.isEmpty() && link.target.isEmpty() && link.location.isEmpty()) {
             ++m_skipped;
             continue;
         }

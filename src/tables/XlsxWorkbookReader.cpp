@@ -25,6 +25,19 @@
 
 namespace {
 
+// A cell's text from its UTF-8 bytes. QString::fromUtf8 drops a byte-order mark at the
+// start, which in a cell is text like any other.
+QString cellText(const char* data, int size)
+{
+    QString text;
+    while (size >= 3 && std::memcmp(data, "\xEF\xBB\xBF", 3) == 0) {
+        text += QChar(0xFEFF);
+        data += 3;
+        size -= 3;
+    }
+    return text.isEmpty() ? QString::fromUtf8(data, size) : text + QString::fromUtf8(data, size);
+}
+
 struct Relationship {
     QString type;
     QString target;
@@ -189,7 +202,7 @@ public:
     void endElement(const char* name) override
     {
         if (std::strcmp(name, "si") == 0) {
-            QString text = QString::fromUtf8(m_text.data(), int(m_text.size()));
+            QString text = cellText(m_text.data(), int(m_text.size()));
             if (std::memchr(m_text.data(), '_', m_text.size()))
                 text = XlsxWorkbookReader::decodeEscapes(text);
             m_out.append(text);
@@ -285,17 +298,17 @@ public:
         switch (r.kind) {
         case XlsxRawCell::Text:
             m_cell.type = XlsxCell::String;
-            m_cell.text = QString::fromUtf8(r.value, r.valueLen);
+            m_cell.text = cellText(r.value, r.valueLen);
             break;
         case XlsxRawCell::Inline:
             m_cell.type = XlsxCell::String;
-            m_cell.text = QString::fromUtf8(r.value, r.valueLen);
+            m_cell.text = cellText(r.value, r.valueLen);
             if (std::memchr(r.value, '_', size_t(r.valueLen)))
                 m_cell.text = XlsxWorkbookReader::decodeEscapes(m_cell.text);
             break;
         case XlsxRawCell::IsoDate:
             m_cell.type = XlsxCell::String;
-            m_cell.text = QString::fromUtf8(r.value, r.valueLen);
+            m_cell.text = cellText(r.value, r.valueLen);
             m_cell.isoDate = true;
             break;
         case XlsxRawCell::Shared:
@@ -305,7 +318,7 @@ public:
             break;
         case XlsxRawCell::Error:
             m_cell.type = XlsxCell::Error;
-            m_cell.text = QString::fromUtf8(r.value, r.valueLen);
+            m_cell.text = cellText(r.value, r.valueLen);
             break;
         case XlsxRawCell::Boolean:
             m_cell.type = XlsxCell::Boolean;

@@ -261,6 +261,9 @@ private slots:
         QTest::newRow("percentage in exponent form") << "1e3%" << "10";
         QTest::newRow("separators") << "1,234.5" << "1234.5";
         QTest::newRow("no number") << "x" << "0";
+        // The writer prints 16 digits, which would round the largest doubles past the range.
+        QTest::newRow("largest double") << "1.7976931348623157e308" << "1.797693134862315e+308";
+        QTest::newRow("lowest double") << "-1.7976931348623157e308" << "-1.797693134862315e+308";
     }
 
     void numericCellsReadBack()

@@ -276,8 +276,11 @@ private slots:
         // merely looks like that is kept apart from them, in new cells and in old ones
         // rewritten by an append.
         const QString path = m_dir.filePath("lookalike.xlsx");
+        // Also characters no XML may hold, and a leading byte-order mark, which is text too.
+        const QString unfit = QStringLiteral("n") + QChar(0) + QStringLiteral("ul") + QChar(0xFFFE) + QChar(0xFFFF);
         const Table data{{"h1", "h2"}, {"a\r\nb", "x\x01y"}, {"c\rd", "e\x1f"},
-                         {"lit_x0041_", "a\x01_x0001_"}, {"_x005F_", "_x12_"}};
+                         {"lit_x0041_", "a\x01_x0001_"}, {"_x005F_", "_x12_"},
+                         {QString(QChar(0xFEFF)) + QStringLiteral("bom"), unfit}};
         QString err;
         QVERIFY(VantorUtils::WriteTableData(data, path, {}, false, ExportFileCodeUtf8, false, err));
         QCOMPARE(VantorUtils::ReadTableData(path, ReadAllRows, err), data);

@@ -78,11 +78,17 @@ def layout(path):
                  for r, d in ws.row_dimensions.items() if d.customHeight or d.hidden},
         "hiddenColumns": sorted(hidden_cols),
         "pane": ws.freeze_panes,
-        "links": {c.coordinate: [c.hyperlink.target, c.hyperlink.location, c.hyperlink.tooltip]
-                  for row in ws.iter_rows() for c in row if c.hyperlink is not None},
+        "links": {c.coordinate: link(c.hyperlink) for row in ws.iter_rows() for c in row if c.hyperlink is not None},
         "page": page(ws),
     }
     print(json.dumps(out, ensure_ascii=False, default=str))
+
+
+def link(h):
+    """A hyperlink as [target, location, tooltip]; a target "#place" is the place itself."""
+    if h.target and h.target.startswith("#") and not h.location:
+        return [None, h.target[1:], h.tooltip]
+    return [h.target, h.location, h.tooltip]
 
 
 def page(ws):
@@ -191,6 +197,7 @@ def make_styled(d):
     ws["D3"].hyperlink = "https://example.com/notice"
     ws["D3"].hyperlink.tooltip = "公告"
     ws["D4"].hyperlink = Hyperlink(ref="D4", location="'明细'!A1", display="转到明细")
+    ws["B4"].hyperlink = "#'明细'!A1"  # a place in the workbook, written as a target
     ws.sheet_properties.tabColor = "FF00B050"
     ws.sheet_view.zoomScale = 85
     ws.sheet_view.showGridLines = False
