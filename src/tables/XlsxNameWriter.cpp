@@ -143,12 +143,41 @@ bool XlsxNameWriter::isAcceptableName(const QString& name)
     return true;
 }
 
+bool XlsxNameWriter::needsQuotesTheWriterLeavesOut(const QString& sheetName)
+{
+    for (const QChar c : sheetName) {
+        const ushort u = c.unicode();
+        const bool plain = (u >= 'a' && u <= 'z') || (u >= 'A' && u <= 'Z') || (u >= '0' && u <= '9') || u == '_' || u == '.';
+        if (!plain)
+            return false; // the writer quotes it itself
+    }
+    return !sheetName.isEmpty()
+        && (!isAcceptableName(sheetName) || sheetName.compare(QLatin1String("TRUE"), Qt::CaseInsensitive) == 0
+            || sheetName.compare(QLatin1String("FALSE"), Qt::CaseInsensitive) == 0);
+}
+
 XlsxNameWriter::Outcome XlsxNameWriter::define(lxw_workbook* workbook, lxw_worksheet* sheet, const QString& sheetName,
                                                const XlsxWorkbookReader::DefinedName& name, QString& why)
 {
     static const QLatin1String builtIn("_xlnm.");
     if (name.name.startsWith(builtIn, Qt::CaseInsensitive)) {
         const QString what = name.name.mid(builtIn.size());
+        // The writer names a sheet in a print area without quotes unless the name holds
+        // other characters than letters, digits, "_" and "."; a sheet named "2020", "A1"
+        // or "TRUE" needs them all the same. Its range goes over as the file wrote it.
+        if (sheet && needsQuotesTheWriterLeavesOut(sheetName)
+            && (what.compare(QLatin1String("Print_Area"), Qt::CaseInsensitive) == 0
+                || what.compare(QLatin1String("Print_Titles"), Qt::CaseInsensitive) == 0)) {
+            const QByteArray full = (sheetName + QLatin1Char('!') + builtIn
+                                     + (what.startsWith(QLatin1String("Print_A"), Qt::CaseInsensitive)
+                                            ? QLatin1String("Print_Area")
+                                            : QLatin1String("Print_Titles")))
+                                        .toUtf8();
+            const QByteArray formula = name.formula.toUtf8();
+            if (name.formula.startsWith(QLatin1Char('\''))
+                && workbook_define_name(workbook, full.constData(), formula.constData()) == LXW_NO_ERROR)
+                return Defined;
+        }
         Area area;
         Area cols;
         if (sheet && what.compare(QLatin1String("Print_Area"), Qt::CaseInsensitive) == 0 && parseArea(name.formula, area)) {

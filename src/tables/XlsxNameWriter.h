@@ -35,6 +35,9 @@ public:
     // Whether a spreadsheet program takes `name` as a defined name: a letter, "_" or "\"
     // first, then letters, digits, "_", ".", "\" and "?", and nothing that reads as a cell.
     static bool isAcceptableName(const QString& name);
+    // Whether a sheet name must be quoted in a formula ("2020", "A1", "TRUE") although the
+    // writer, which quotes only names with other characters, would leave it bare.
+    static bool needsQuotesTheWriterLeavesOut(const QString& sheetName);
     // The one area of a print area ("Sheet1!$A$1:$D$20", "'My data'!$A:$D", "Sheet1!$1:$5");
     // false for several areas or anything else.
     static bool parseArea(const QString& formula, Area& area);

@@ -146,6 +146,10 @@ def make_book(path):
     data["A1"] = 7
     data.print_title_cols = "A:B"
     wb.create_sheet("尾页")["A1"] = 8
+    year = wb.create_sheet("2020")  # a name a formula must quote although it is plain
+    year.append([1, 2, 3])
+    year.print_area = "A1:C3"
+    year.print_title_rows = "1:2"
     wb.active = 3
     wb.views[0].firstSheet = 2
     wb.defined_names.append(DefinedName("Rate", attr_text="0.96"))
