@@ -15,10 +15,17 @@ lxw_color_t writerColor(int rgb)
     return rgb == 0 ? lxw_color_t(LXW_COLOR_BLACK) : lxw_color_t(rgb);
 }
 
+// Black text is what the written workbook shows by default (its theme's first dark colour,
+// which is also what most workbooks' default font names).
+bool defaultFontColor(int rgb)
+{
+    return rgb <= 0;
+}
+
 bool defaultFont(const XlsxCellStyle& s)
 {
     const XlsxCellLook& l = s.look;
-    return !s.bold && !l.italic && !l.strike && l.underline == 0 && l.fontColor < 0
+    return !s.bold && !l.italic && !l.strike && l.underline == 0 && defaultFontColor(l.fontColor)
         && (s.fontSize <= 0 || std::fabs(s.fontSize - kDefaultFontSize) < 1e-9)
         && (l.fontName.isEmpty() || l.fontName == QLatin1String("Calibri"));
 }
@@ -58,11 +65,13 @@ void XlsxStyleWriter::apply(const XlsxCellStyle& s, lxw_format* fmt)
         format_set_font_strikeout(fmt);
     if (l.underline > 0 && l.underline <= LXW_UNDERLINE_DOUBLE_ACCOUNTING)
         format_set_underline(fmt, l.underline);
-    if (l.fontColor >= 0)
+    if (!defaultFontColor(l.fontColor))
         format_set_font_color(fmt, writerColor(l.fontColor));
 
     // Without a pattern the colours show nothing (and the writer would make the fill solid).
-    if (l.pattern > 0 && l.pattern <= LXW_PATTERN_GRAY_0625) {
+    // A solid fill whose colour is not known is left out: written without one it shows black.
+    // Other patterns without a colour are drawn in the automatic colour, as they were.
+    if (l.pattern > 0 && l.pattern <= LXW_PATTERN_GRAY_0625 && (l.fgColor >= 0 || l.pattern != LXW_PATTERN_SOLID)) {
         format_set_pattern(fmt, l.pattern);
         if (l.fgColor >= 0)
             format_set_fg_color(fmt, writerColor(l.fgColor));

@@ -1,6 +1,7 @@
 #include "XlsxStyles.h"
 
 #include "VantorLogging.h"
+#include "XlsxTheme.h"
 #include "XlsxWorkbookReader.h"
 #include "XlsxXmlReader.h"
 
@@ -17,6 +18,12 @@ constexpr int kPaletteSize = 64;
 // While parsing, a colour is 0xRRGGBB, -1 for none, or -(2 + n) for entry n of the
 // palette, which the file may redefine after the entries that use it.
 constexpr int kNoColor = -1;
+
+// A colour as a format gives it; its tint applies once the palette is known.
+struct ParsedColor {
+    int value = kNoColor;
+    double tint = 0;
+};
 
 const char* const kPatterns[] = {"none", "solid", "mediumGray", "darkGray", "lightGray", "darkHorizontal",
                                  "darkVertical", "darkDown", "darkUp", "darkGrid", "darkTrellis", "lightHorizontal",
@@ -83,18 +90,18 @@ struct FontInfo {
     bool italic = false;
     bool strike = false;
     quint8 underline = 0;
-    int color = kNoColor;
+    ParsedColor color;
 };
 
 struct FillInfo {
     quint8 pattern = 0;
-    int fg = kNoColor;
-    int bg = kNoColor;
+    ParsedColor fg;
+    ParsedColor bg;
 };
 
 struct BorderInfo {
     quint8 style[XlsxCellLook::EdgeCount] = {};
-    int color[XlsxCellLook::EdgeCount] = {kNoColor, kNoColor, kNoColor, kNoColor, kNoColor};
+    ParsedColor color[XlsxCellLook::EdgeCount];
     bool up = false;
     bool down = false;
 };
@@ -110,6 +117,8 @@ struct XfInfo {
 class StylesHandler : public XlsxXmlHandler
 {
 public:
+    explicit StylesHandler(const XlsxTheme& theme) : m_theme(theme) {}
+
     QHash<int, QString> numFmts;
     QVector<FontInfo> fonts;
     QVector<FillInfo> fills;
@@ -187,39 +196,42 @@ public:
 
     void characters(const char*, int) override {}
 
-    // A parsed colour in its final form: palette entries looked up, -1 for none.
-    int resolve(int c) const
+    // A parsed colour in its final form: palette entries looked up, tint applied, -1 for none.
+    int resolve(const ParsedColor& c) const
     {
-        if (c >= kNoColor)
-            return c;
-        const int index = -(c + 2);
-        if (index < palette.size())
-            return palette.at(index);
-        return XlsxStyles::paletteColor(index);
+        int rgb = c.value;
+        if (rgb < kNoColor) {
+            const int index = -(rgb + 2);
+            rgb = index < palette.size() ? palette.at(index) : XlsxStyles::paletteColor(index);
+        }
+        return XlsxTheme::tinted(rgb, c.tint);
     }
 
 private:
     enum Section { None, NumFmts, Fonts, Fills, Borders, CellXfs, Palette };
 
-    // Theme colours and automatic colours are not kept: they come out in the default
-    // colour. `tint` is not applied either.
-    int color(const char** atts)
+    // Automatic colours are not kept: they come out in the default colour.
+    ParsedColor color(const char** atts)
     {
+        ParsedColor c;
         if (const char* rgb = XlsxXmlReader::attribute(atts, "rgb")) {
-            const int c = parseRgb(rgb);
-            if (c == kNoColor)
+            c.value = parseRgb(rgb);
+            if (c.value == kNoColor)
                 ++badColors;
-            return c;
-        }
-        if (const char* indexed = XlsxXmlReader::attribute(atts, "indexed")) {
+        } else if (const char* indexed = XlsxXmlReader::attribute(atts, "indexed")) {
             const int i = std::atoi(indexed);
-            if (i < 0 || i > 65) {
+            if (i >= 0 && i <= 65)
+                c.value = -(2 + i);
+            else
                 ++badColors;
-                return kNoColor;
-            }
-            return -(2 + i);
+        } else if (const char* theme = XlsxXmlReader::attribute(atts, "theme")) {
+            c.value = m_theme.color(std::atoi(theme));
+            if (c.value == kNoColor)
+                ++badColors;
         }
-        return kNoColor;
+        if (const char* tint = XlsxXmlReader::attribute(atts, "tint"))
+            c.tint = XlsxWorkbookReader::toDouble(tint, int(std::strlen(tint)));
+        return c;
     }
 
     bool grow(int size, const char* what)
@@ -364,6 +376,7 @@ private:
         }
     }
 
+    const XlsxTheme& m_theme;
     Section m_section = None;
     bool m_inItem = false;
     int m_edge = -1;
@@ -451,9 +464,9 @@ bool XlsxStyles::isDateTimeFormatCode(const QString& code)
     return false;
 }
 
-bool XlsxStyles::load(const XlsxZipArchive& zip, const QString& partName, QString& err)
+bool XlsxStyles::load(const XlsxZipArchive& zip, const QString& partName, const XlsxTheme& theme, QString& err)
 {
-    StylesHandler handler;
+    StylesHandler handler(theme);
     if (!XlsxXmlReader::parsePart(zip, partName, handler, err))
         return false;
     m_styles.clear();

@@ -3,10 +3,12 @@
 #include <QString>
 #include <QVector>
 
+class XlsxTheme;
 class XlsxZipArchive;
 
 // How a cell looks, as far as a rewrite of the workbook can carry it over. Colours are
-// 0xRRGGBB, or -1 when not given or given in a form that is not kept.
+// 0xRRGGBB with any theme colour and tint worked out, or -1 when not given or not known
+// (automatic colours, the system's colours, malformed values).
 struct XlsxCellLook {
     enum Edge { Left, Right, Top, Bottom, Diagonal, EdgeCount };
 
@@ -50,7 +52,8 @@ struct XlsxCellStyle {
 class XlsxStyles
 {
 public:
-    bool load(const XlsxZipArchive& zip, const QString& partName, QString& err);
+    // Theme colours that the formats name are looked up in `theme`.
+    bool load(const XlsxZipArchive& zip, const QString& partName, const XlsxTheme& theme, QString& err);
     // The style of index `xf`; a default style for indexes out of range.
     const XlsxCellStyle& style(int xf) const;
     int count() const { return m_styles.size(); }

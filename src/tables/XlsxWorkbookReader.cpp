@@ -5,6 +5,7 @@
 #include "XlsxErrors.h"
 #include "XlsxFormulaShift.h"
 #include "XlsxSheetLayout.h"
+#include "XlsxTheme.h"
 #include "XlsxXmlReader.h"
 
 #include <QDateTime>
@@ -763,11 +764,14 @@ bool XlsxWorkbookReader::open(const QString& fileName, QString& err)
         qCWarning(lcTables).noquote() << "XlsxWorkbookReader::open" << "no relationships part" << relsPart;
     }
     QString stylesPart;
+    QString themePart;
     for (const Relationship& rel : qAsConst(rels.all)) {
         if (typeIs(rel.type, "sharedStrings") && m_sharedStringsPart.isEmpty())
             m_sharedStringsPart = resolvePart(m_zip, baseDir, rel.target);
         else if (typeIs(rel.type, "styles") && stylesPart.isEmpty())
             stylesPart = resolvePart(m_zip, baseDir, rel.target);
+        else if (typeIs(rel.type, "theme") && themePart.isEmpty())
+            themePart = resolvePart(m_zip, baseDir, rel.target);
     }
 
     m_sheets.clear();
@@ -811,7 +815,11 @@ bool XlsxWorkbookReader::open(const QString& fileName, QString& err)
     }
 
     if (!stylesPart.isEmpty() && m_zip.contains(stylesPart)) {
-        if (!m_styles.load(m_zip, stylesPart, err))
+        // The cell formats may name the theme's colours.
+        XlsxTheme theme;
+        if (!themePart.isEmpty())
+            theme.load(m_zip, themePart);
+        if (!m_styles.load(m_zip, stylesPart, theme, err))
             return false;
     }
     return true;

@@ -42,6 +42,7 @@ private:
     bool m_haveProbe = false;
     QJsonObject m_styledBefore;
     QJsonObject m_styledAfter;
+    QJsonObject m_themedAfter;
 
     struct NoCells : XlsxCellVisitor {
         void cell(const XlsxCell&) override {}
@@ -341,6 +342,38 @@ private slots:
             QCOMPARE(values.value("C8").toDouble(), 5.0);
             QVERIFY(!values.contains("A9"));
         }
+    }
+
+    void appendKeepsThemeColours_data()
+    {
+        // Colours the old cells take from the workbook's theme come back as RGB values.
+        QTest::addColumn<QString>("cell");
+        QTest::addColumn<QString>("fact");
+        QTest::addColumn<QString>("expected");
+        QTest::newRow("white on dark 2: text") << "A1" << "font" << R"(["FFFFFF"])";
+        QTest::newRow("white on dark 2: fill") << "A1" << "fill" << R"([["solid","1F497D",null]])";
+        QTest::newRow("the theme's hyperlink colour") << "B1" << "font" << R"(["0563C1"])";
+        QTest::newRow("lightened accent fill") << "C1" << "fill" << R"([["solid","95B3D7",null]])";
+        QTest::newRow("darkened accent border") << "C1" << "border" << R"([{"bottom":["thin","953735"]}])";
+        QTest::newRow("no such theme colour: no black fill") << "D1" << "fill" << "[null]";
+    }
+
+    void appendKeepsThemeColours()
+    {
+        QFETCH(QString, cell);
+        QFETCH(QString, fact);
+        QFETCH(QString, expected);
+        if (!m_haveProbe)
+            QSKIP("python3-openpyxl is not available");
+        if (m_themedAfter.isEmpty()) {
+            const QString path = m_dir.filePath("themed.xlsx");
+            QString err;
+            QVERIFY2(VantorUtils::WriteTableData({{"h"}, {"x"}}, path, {}, false, ExportFileCodeUtf8, true, err), qPrintable(err));
+            m_themedAfter = probe("layout", path).value("looks").toObject();
+            QVERIFY(!m_themedAfter.isEmpty());
+        }
+        const QJsonValue value = m_themedAfter.value(cell).toObject().value(fact);
+        QCOMPARE(compact(fact == QLatin1String("font") ? value.toArray().at(6) : value), expected);
     }
 
     void appendSurvivesBrokenLayout()

@@ -72,6 +72,66 @@ private slots:
         QCOMPARE(VantorUtils::ReadTableData(path, ReadAllRows, err), (Table{{"7"}, {"new"}}));
     }
 
+    void themeColours_data()
+    {
+        // One colour, given as a format would give it, is the font colour, the solid fill's
+        // colour and the left border's colour of the workbook's only cell format.
+        QTest::addColumn<QByteArray>("theme"); // the theme part; null: the workbook names none
+        QTest::addColumn<QByteArray>("color");
+        QTest::addColumn<int>("rgb");
+        const QByteArray none;
+        const QByteArray scheme("<a:theme xmlns:a=\"http://schemas.openxmlformats.org/drawingml/2006/main\">"
+                                "<a:themeElements><a:clrScheme name=\"x\">"
+                                "<a:dk1><a:sysClr val=\"windowText\" lastClr=\"112233\"/></a:dk1>"
+                                "<a:lt1><a:sysClr val=\"window\"/></a:lt1>"
+                                "<a:accent1><a:srgbClr val=\"5B9BD5\"><a:lumMod val=\"50000\"/></a:srgbClr></a:accent1>"
+                                "<a:hlink><a:srgbClr val=\"0563C1\"/></a:hlink>"
+                                "</a:clrScheme></a:themeElements>"
+                                "<a:extraClrSchemeLst><a:extraClrScheme><a:clrScheme name=\"y\">"
+                                "<a:hlink><a:srgbClr val=\"ABCDEF\"/></a:hlink></a:clrScheme></a:extraClrScheme>"
+                                "</a:extraClrSchemeLst></a:theme>");
+        QTest::newRow("lightened accent") << none << QByteArray("theme=\"4\" tint=\"0.3999\"") << 0x95B3D7;
+        QTest::newRow("darkened white") << none << QByteArray("rgb=\"FFFFFFFF\" tint=\"-0.25\"") << 0xBFBFBF;
+        QTest::newRow("lightened palette red") << none << QByteArray("indexed=\"2\" tint=\"0.6\"") << 0xFF9999;
+        QTest::newRow("no tint") << none << QByteArray("theme=\"5\" tint=\"0\"") << 0xC0504D;
+        QTest::newRow("0 is light 1") << none << QByteArray("theme=\"0\"") << 0xFFFFFF;
+        QTest::newRow("1 is dark 1") << none << QByteArray("theme=\"1\"") << 0x000000;
+        QTest::newRow("3 is dark 2") << none << QByteArray("theme=\"3\"") << 0x1F497D;
+        QTest::newRow("past the scheme") << none << QByteArray("theme=\"12\"") << -1;
+        QTest::newRow("system colour of the part") << scheme << QByteArray("theme=\"1\"") << 0x112233;
+        QTest::newRow("system colour without its value") << scheme << QByteArray("theme=\"0\"") << 0xFFFFFF;
+        QTest::newRow("colour of the part") << scheme << QByteArray("theme=\"10\"") << 0x0563C1;
+        QTest::newRow("colour of the part, lightened") << scheme << QByteArray("theme=\"4\" tint=\"0.5\"") << 0xADCDEA;
+        QTest::newRow("colour the part lacks") << scheme << QByteArray("theme=\"5\"") << 0xC0504D;
+        QTest::newRow("broken part") << QByteArray("<a:theme><a:clrScheme><a:dk1><a:srgbClr val=\"FF0000\"/></a:dk1>") << QByteArray("theme=\"1\"") << 0x000000;
+        QTest::newRow("named part missing") << QByteArray() << QByteArray("theme=\"10\" tint=\"-1\"") << 0x000000;
+    }
+
+    void themeColours()
+    {
+        QFETCH(QByteArray, theme);
+        QFETCH(QByteArray, color);
+        QFETCH(int, rgb);
+        const QString path = m_dir.filePath(QStringLiteral("theme.xlsx"));
+        QByteArray rels(XlsxPackage::kWorkbookRels);
+        if (!theme.isNull() || QByteArray(QTest::currentDataTag()) == "named part missing")
+            rels.replace("</Relationships>", "<Relationship Id=\"rId9\" Target=\"theme/theme1.xml\" Type=\"http://"
+                                             "schemas.openxmlformats.org/officeDocument/2006/relationships/theme\"/>"
+                                             "</Relationships>");
+        const QByteArray styles = "<styleSheet><fonts><font><color " + color + "/></font></fonts><fills><fill>"
+            "<patternFill patternType=\"solid\"><fgColor " + color + "/></patternFill></fill></fills><borders><border>"
+            "<left style=\"thin\"><color " + color + "/></left></border></borders><cellXfs><xf/></cellXfs></styleSheet>";
+        QVERIFY(XlsxPackage::write(path, {{"xl/_rels/workbook.xml.rels", rels}, {"xl/theme/theme1.xml", theme},
+                                          {"xl/styles.xml", styles}, {"xl/worksheets/sheet1.xml", kOneCell}}));
+        XlsxWorkbookReader reader;
+        QString err;
+        QVERIFY2(reader.open(path, err), qPrintable(err));
+        const XlsxCellLook& look = reader.styles().style(0).look;
+        QCOMPARE(look.fontColor, rgb);
+        QCOMPARE(look.fgColor, rgb);
+        QCOMPARE(look.borderColor[XlsxCellLook::Left], rgb);
+    }
+
     void cellsOutsideTheSheet_data()
     {
         // The cell is refused as it opens; nothing of it may reach the table afterwards.

@@ -44,7 +44,7 @@ def color(c):
         return c.rgb[-6:].upper()
     if c.type == "indexed":
         return COLOR_INDEX[c.indexed][-6:].upper() if c.indexed < len(COLOR_INDEX) else None
-    return None  # theme colours are not carried over by a rewrite
+    return None  # a theme colour names no RGB value
 
 
 def look(c):
@@ -221,6 +221,26 @@ def make_styled(d):
     wb.save(d + "/styled.xlsx")
 
 
+def make_themed(d):
+    """Cells coloured from the theme, whose hyperlink colour is not the default one."""
+    import openpyxl
+    from openpyxl.styles import Border, Font, PatternFill, Side
+    from openpyxl.styles.colors import Color
+    from openpyxl.writer.theme import theme_xml
+    wb = openpyxl.Workbook()
+    wb.loaded_theme = theme_xml.replace('<a:srgbClr val="0000FF"/>', '<a:srgbClr val="0563C1"/>')
+    ws = wb.active
+    ws.title = "Sheet1"  # where appended rows go
+    ws.append(["表头", "链接", "金额", "未知"])
+    ws["A1"].font = Font(color=Color(theme=0))
+    ws["A1"].fill = PatternFill("solid", fgColor=Color(theme=3))
+    ws["B1"].font = Font(color=Color(theme=10), underline="single")
+    ws["C1"].fill = PatternFill("solid", fgColor=Color(theme=4, tint=0.3999))
+    ws["C1"].border = Border(bottom=Side(style="thin", color=Color(theme=5, tint=-0.25)))
+    ws["D1"].fill = PatternFill("solid", fgColor=Color(theme=12))
+    wb.save(d + "/themed.xlsx")
+
+
 def make_basic(d):
     import openpyxl
     wb = openpyxl.Workbook()
@@ -351,5 +371,6 @@ if __name__ == "__main__":
     else:
         make_basic(sys.argv[2])
         make_styled(sys.argv[2])
+        make_themed(sys.argv[2])
         make_layout_junk(sys.argv[2])
         make_bad(sys.argv[2])
