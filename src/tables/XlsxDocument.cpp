@@ -136,6 +136,7 @@ struct XlsxDocument::Private {
         size_t rowNext = 0;     // next entry of layout.rows() to hand to the writer
         size_t linkNext = 0;    // next entry of layout.hyperlinks()
         int layoutFailures = 0;
+        int errorsAsText = 0;   // old error values written as their text
         QMap<int, double> widths;
         QMap<int, XlsxWriteFormat> columnFormats;
         lxw_worksheet* ws = nullptr;
@@ -305,8 +306,10 @@ struct XlsxDocument::Private {
             return worksheet_write_number(s.ws, r, col, writable(c.number, c.row), fmt) == LXW_NO_ERROR;
         case XlsxCell::Boolean:
             return worksheet_write_boolean(s.ws, r, col, c.number != 0, fmt) == LXW_NO_ERROR;
-        case XlsxCell::String:
         case XlsxCell::Error:
+            ++s.errorsAsText; // the writer has no error values: "#N/A" stays as its text
+            return writeString(s, r, col, c.text, fmt);
+        case XlsxCell::String:
             return writeString(s, r, col, c.text, fmt);
         case XlsxCell::Empty:
             return worksheet_write_blank(s.ws, r, col, fmt ? fmt : plainFormat()) == LXW_NO_ERROR;
@@ -547,6 +550,12 @@ struct XlsxDocument::Private {
         else if (page.scale > 0)
             worksheet_set_print_scale(s.ws, uint16_t(page.scale));
         worksheet_set_margins(s.ws, page.margins[0], page.margins[1], page.margins[2], page.margins[3]);
+        // The height of rows that have none of their own, when it is not the usual one.
+        if (page.defaultRowHeight > 0
+            && (page.customDefaultHeight || std::fabs(page.defaultRowHeight - LXW_DEF_ROW_HEIGHT) > 1e-9))
+            worksheet_set_default_row(s.ws, page.defaultRowHeight, page.hideUnusedRows);
+        else if (page.hideUnusedRows)
+            worksheet_set_default_row(s.ws, LXW_DEF_ROW_HEIGHT, LXW_TRUE);
         const QByteArray texts[2] = {s.layout.header().toUtf8(), s.layout.footer().toUtf8()};
         for (int i = 0; i < 2; ++i) {
             if (texts[i].isEmpty())
@@ -584,23 +593,28 @@ struct XlsxDocument::Private {
     void writeColumns(Sheet& s)
     {
         const std::vector<XlsxSheetLayout::Column>& spans = s.layout.columns();
-        int maxCol = 0;
+        // A sheet's own default width reaches every column that has none of its own.
+        const double storedDefault = s.layout.page().defaultColWidth;
+        const bool ownDefault = storedDefault >= 0 && std::fabs(givenWidthFromStored(storedDefault) - LXW_DEF_COL_WIDTH) > 0.005;
+        const double defaultWidth = ownDefault ? givenWidthFromStored(storedDefault) : LXW_DEF_COL_WIDTH;
+        int maxCol = ownDefault ? XlsxWorkbookReader::kMaxColumns : 0;
         for (const XlsxSheetLayout::Column& span : spans)
             maxCol = qMax(maxCol, span.last);
         if (!s.widths.isEmpty())
             maxCol = qMax(maxCol, s.widths.lastKey());
         if (!s.columnFormats.isEmpty())
             maxCol = qMax(maxCol, s.columnFormats.lastKey());
+        maxCol = qMin(maxCol, XlsxWorkbookReader::kMaxColumns);
         if (maxCol <= 0)
             return;
         std::vector<int> owner(size_t(maxCol) + 1, -1); // the span that has the last word on a column
         for (size_t i = 0; i < spans.size(); ++i) {
-            for (int c = spans[i].first; c <= spans[i].last; ++c)
+            for (int c = spans[i].first; c <= qMin(spans[i].last, maxCol); ++c)
                 owner[size_t(c)] = int(i);
         }
         struct Col {
             bool any = false;
-            double width = LXW_DEF_COL_WIDTH;
+            double width = 0;
             lxw_format* fmt = nullptr;
             lxw_row_col_options options = {};
             bool operator==(const Col& o) const
@@ -611,6 +625,8 @@ struct XlsxDocument::Private {
         };
         auto columnAt = [&](int c) {
             Col col;
+            col.any = ownDefault;
+            col.width = defaultWidth;
             const XlsxSheetLayout::Column* span = owner[size_t(c)] >= 0 ? &spans[size_t(owner[size_t(c)])] : nullptr;
             if (span) {
                 col.any = true;
@@ -754,6 +770,9 @@ struct XlsxDocument::Private {
             qCWarning(lcTables).noquote() << "XlsxDocument::save" << s.layoutFailures
                                           << "row options, merged ranges, hyperlinks, array ranges, headers or footers the writer refused are left out of sheet"
                                           << s.name;
+        if (s.errorsAsText > 0)
+            qCWarning(lcTables).noquote() << "XlsxDocument::save" << "sheet" << s.name << "keeps" << s.errorsAsText
+                                          << "error values (such as #N/A) as text";
     }
 };
 

@@ -309,6 +309,11 @@ void XlsxSheetLayout::noteElement(const char* name, const char** atts)
         const size_t n = rgb ? std::strlen(rgb) : 0;
         if ((n == 6 || n == 8) && std::strspn(rgb, "0123456789abcdefABCDEF") == n)
             m_page.tabColor = int(std::strtoul(rgb + n - 6, nullptr, 16));
+    } else if (std::strcmp(name, "sheetFormatPr") == 0) {
+        m_page.defaultColWidth = numberIn(attribute("defaultColWidth"), 0, 255, -1);
+        m_page.defaultRowHeight = numberIn(attribute("defaultRowHeight"), 0, 409, -1);
+        m_page.customDefaultHeight = isTrue(attribute("customHeight"));
+        m_page.hideUnusedRows = isTrue(attribute("zeroHeight"));
     } else if (std::strcmp(name, "pageSetUpPr") == 0) {
         m_page.fitToPage = isTrue(attribute("fitToPage"));
     } else if (std::strcmp(name, "sheetView") == 0) {

@@ -61,6 +61,10 @@ public:
         int fitWidth = 1;             // pages across when fitted; 0: as many as needed
         int fitHeight = 1;
         double margins[6] = {-1, -1, -1, -1, -1, -1}; // left, right, top, bottom, header, footer (inches); -1: not given
+        double defaultColWidth = -1;  // as stored, like a column's width; -1: not given
+        double defaultRowHeight = -1; // points; -1: not given
+        bool customDefaultHeight = false;
+        bool hideUnusedRows = false;  // rows without a height of their own are hidden
     };
     struct Hyperlink {
         int row = 0;

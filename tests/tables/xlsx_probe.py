@@ -101,7 +101,16 @@ def page(ws):
             "print": [bool(po.gridLines), bool(po.headings), bool(po.horizontalCentered), bool(po.verticalCentered)],
             "setup": [ps.orientation, str(ps.paperSize), bool(fit and fit.fitToPage), ps.fitToWidth or 1, ps.fitToHeight],
             "margins": [m.left, m.right, m.top, m.bottom, m.header, m.footer],
-            "header": ws.oddHeader.center.text, "footer": ws.oddFooter.right.text}
+            "header": ws.oddHeader.center.text, "footer": ws.oddFooter.right.text,
+            # what a column and a row without a size of their own measure
+            "defaults": [width_of(ws, 26), ws.sheet_format.defaultRowHeight if ws.sheet_format.customHeight else None]}
+
+
+def width_of(ws, index):
+    for d in ws.column_dimensions.values():
+        if d.min and d.max and d.min <= index <= d.max and d.customWidth:
+            return d.width
+    return ws.sheet_format.defaultColWidth
 
 
 def book(path):
@@ -217,6 +226,9 @@ def make_styled(d):
     ws.page_margins.header = 0.4
     ws.oddHeader.center.text = "&A"
     ws.oddFooter.right.text = "Page &P"
+    ws.sheet_format.defaultColWidth = 15
+    ws.sheet_format.defaultRowHeight = 20
+    ws.sheet_format.customHeight = True
     wb.create_sheet("明细").append(["x"])
     wb.save(d + "/styled.xlsx")
 
