@@ -2,9 +2,9 @@
 // after another, and the package around them is built here, stored uncompressed, so
 // that every mutation lands in the XML the readers parse.
 //
-// Input layout: up to five parts separated by "\n=====\n", in this order:
+// Input layout: up to six parts separated by "\n=====\n", in this order:
 //   xl/worksheets/sheet1.xml, xl/sharedStrings.xml, xl/styles.xml, xl/workbook.xml,
-//   xl/worksheets/_rels/sheet1.xml.rels
+//   xl/worksheets/_rels/sheet1.xml.rels, xl/theme/theme1.xml
 // A part the input does not reach keeps a small valid default.
 #include "VantorUtils.h"
 #include "fuzz_table_common.h"
@@ -56,6 +56,9 @@ const char kWorkbookRels[] =
     "<Relationship Id=\"rId4\" "
     "Type=\"http://schemas.openxmlformats.org/officeDocument/2006/relationships/chartsheet\" "
     "Target=\"worksheets/sheet1.xml\"/>"
+    "<Relationship Id=\"rId5\" "
+    "Type=\"http://schemas.openxmlformats.org/officeDocument/2006/relationships/theme\" "
+    "Target=\"theme/theme1.xml\"/>"
     "</Relationships>";
 
 struct Part {
@@ -95,6 +98,12 @@ const Part kParts[] = {
     {"xl/worksheets/_rels/sheet1.xml.rels",
      "<?xml version=\"1.0\" encoding=\"UTF-8\" standalone=\"yes\"?>\n"
      "<Relationships xmlns=\"http://schemas.openxmlformats.org/package/2006/relationships\"/>"},
+    {"xl/theme/theme1.xml",
+     "<?xml version=\"1.0\" encoding=\"UTF-8\" standalone=\"yes\"?>\n"
+     "<a:theme xmlns:a=\"http://schemas.openxmlformats.org/drawingml/2006/main\" name=\"Office\"><a:themeElements>"
+     "<a:clrScheme name=\"Office\"><a:dk1><a:sysClr val=\"windowText\" lastClr=\"000000\"/></a:dk1>"
+     "<a:lt1><a:sysClr val=\"window\" lastClr=\"FFFFFF\"/></a:lt1><a:dk2><a:srgbClr val=\"44546A\"/></a:dk2>"
+     "<a:accent1><a:srgbClr val=\"4472C4\"/></a:accent1></a:clrScheme></a:themeElements></a:theme>"},
 };
 constexpr int kPartCount = int(sizeof(kParts) / sizeof(kParts[0]));
 

@@ -832,6 +832,9 @@ XlsxDocument::XlsxDocument(const QString& fileName)
             if (d->sheets[i].opensOn)
                 d->current = int(i);
         }
+        if (reader.richSharedStrings() > 0)
+            qCWarning(lcTables).noquote() << "XlsxDocument::XlsxDocument" << reader.richSharedStrings()
+                                          << "texts of mixed formatting keep their text and lose the formatting of their parts";
     }
     if (d->sheets.empty()) {
         Private::Sheet sheet;

@@ -197,12 +197,17 @@ public:
             m_inText = m_inItem && m_phonetic == 0;
         } else if (std::strcmp(name, "rPh") == 0) {
             ++m_phonetic;
+        } else if (m_inItem && m_phonetic == 0 && std::strcmp(name, "r") == 0) {
+            m_richItem = true;
         }
     }
 
     void endElement(const char* name) override
     {
         if (std::strcmp(name, "si") == 0) {
+            if (m_richItem)
+                ++richTexts;
+            m_richItem = false;
             QString text = cellText(m_text.data(), int(m_text.size()));
             if (std::memchr(m_text.data(), '_', m_text.size()))
                 text = XlsxWorkbookReader::decodeEscapes(text);
@@ -221,9 +226,12 @@ public:
             m_text.append(text, size_t(len));
     }
 
+    int richTexts = 0; // entries made of runs of differently formatted text
+
 private:
     QVector<QString>& m_out;
     std::string m_text;
+    bool m_richItem = false;
     bool m_inItem = false;
     bool m_inText = false;
     int m_phonetic = 0;
@@ -841,7 +849,9 @@ bool XlsxWorkbookReader::loadSharedStrings(QString& err)
     if (m_sharedStringsPart.isEmpty() || !m_zip.contains(m_sharedStringsPart))
         return true;
     SharedStringsHandler handler(m_sharedStrings);
-    return XlsxXmlReader::parsePart(m_zip, m_sharedStringsPart, handler, err);
+    const bool ok = XlsxXmlReader::parsePart(m_zip, m_sharedStringsPart, handler, err);
+    m_richSharedStrings = handler.richTexts;
+    return ok;
 }
 
 bool XlsxWorkbookReader::readSheet(int index, XlsxCellVisitor& visitor, QString& err, XlsxSheetLayout* layout)

@@ -73,6 +73,8 @@ public:
     int firstTab() const { return m_firstTab; }
     const QVector<DefinedName>& definedNames() const { return m_names; }
     bool is1904() const { return m_1904; }
+    // Shared strings made of differently formatted runs, once a sheet has been read.
+    int richSharedStrings() const { return m_richSharedStrings; }
     const XlsxStyles& styles() const { return m_styles; }
 
     // With a layout, also collects what the sheet holds besides its cells (for rewriting).
@@ -117,6 +119,7 @@ private:
     QVector<QString> m_sharedStrings;
     QString m_sharedStringsPart;
     bool m_sharedStringsLoaded = false;
+    int m_richSharedStrings = 0;
     XlsxStyles m_styles;
     int m_current = -1;
     int m_firstTab = 0;

@@ -195,19 +195,22 @@ private slots:
         const QString path = m_dir.filePath("rich.xlsx");
         QVERIFY(XlsxPackage::write(
             path, {{"xl/worksheets/sheet1.xml",
-                    "<worksheet><sheetData><row r=\"1\"><c r=\"A1\"><v>1</v></c><c r=\"B1\" t=\"e\"><v>#N/A</v></c></row></sheetData>"
+                    "<worksheet><sheetData><row r=\"1\"><c r=\"A1\"><v>1</v></c><c r=\"B1\" t=\"e\"><v>#N/A</v></c>"
+                    "<c r=\"C1\" t=\"s\"><v>0</v></c></row></sheetData>"
                     "<autoFilter ref=\"A1:A1\"/><conditionalFormatting sqref=\"A1\"><cfRule type=\"expression\" priority=\"1\">"
                     "<formula>1</formula></cfRule></conditionalFormatting><headerFooter differentOddEven=\"1\">"
                     "<oddHeader>&amp;C&amp;A</oddHeader><evenHeader>even</evenHeader></headerFooter>"
                     "<legacyDrawing id=\"rId9\"/><extLst><ext><conditionalFormattings/><sparklineGroups/></ext></extLst>"
-                    "</worksheet>"}}));
+                    "</worksheet>"},
+                   {"xl/sharedStrings.xml", "<sst><si><r><rPr><b/></rPr><t>粗</t></r><r><t>细</t></r></si></sst>"}}));
         QTest::ignoreMessage(QtWarningMsg, QRegularExpression(QStringLiteral(
                                                "sheet Sheet1 loses what the rewrite cannot keep: conditional formats, the auto "
                                                "filter, comments, headers and footers of even or first pages, sparklines$")));
         QTest::ignoreMessage(QtWarningMsg, QRegularExpression(QStringLiteral("sheet Sheet1 keeps 1 error values")));
+        QTest::ignoreMessage(QtWarningMsg, QRegularExpression(QStringLiteral("1 texts of mixed formatting keep their text")));
         QString err;
         QVERIFY(VantorUtils::WriteTableData({{"h"}, {"2"}}, path, {}, false, ExportFileCodeUtf8, true, err));
-        QCOMPARE(VantorUtils::ReadTableData(path, ReadAllRows, err), (Table{{"1", "#N/A"}, {"2", ""}}));
+        QCOMPARE(VantorUtils::ReadTableData(path, ReadAllRows, err), (Table{{"1", "#N/A", "粗细"}, {"2", "", ""}}));
     }
 
     void appendTo1904WorkbookKeepsItsDates()
