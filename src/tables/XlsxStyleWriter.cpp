@@ -25,7 +25,8 @@ bool defaultFontColor(int rgb)
 bool defaultFont(const XlsxCellStyle& s)
 {
     const XlsxCellLook& l = s.look;
-    return !s.bold && !l.italic && !l.strike && l.underline == 0 && defaultFontColor(l.fontColor)
+    return !s.bold && !l.italic && !l.strike && l.underline == 0 && l.script == 0 && !l.outline && !l.shadow
+        && defaultFontColor(l.fontColor)
         && (s.fontSize <= 0 || std::fabs(s.fontSize - kDefaultFontSize) < 1e-9)
         && (l.fontName.isEmpty() || l.fontName == QLatin1String("Calibri"));
 }
@@ -42,7 +43,7 @@ bool XlsxStyleWriter::isPlain(const XlsxCellStyle& s)
             return false;
     }
     return l.horizontal == 0 && l.vertical == 0 && !l.wrap && !l.shrink && l.indent == 0 && l.rotation == 0
-        && !l.unlocked && !l.formulaHidden;
+        && l.readingOrder == 0 && !l.unlocked && !l.formulaHidden;
 }
 
 void XlsxStyleWriter::apply(const XlsxCellStyle& s, lxw_format* fmt)
@@ -67,6 +68,14 @@ void XlsxStyleWriter::apply(const XlsxCellStyle& s, lxw_format* fmt)
         format_set_underline(fmt, l.underline);
     if (!defaultFontColor(l.fontColor))
         format_set_font_color(fmt, writerColor(l.fontColor));
+    if (l.script == 1)
+        format_set_font_script(fmt, LXW_FONT_SUPERSCRIPT);
+    else if (l.script == 2)
+        format_set_font_script(fmt, LXW_FONT_SUBSCRIPT);
+    if (l.outline)
+        format_set_font_outline(fmt);
+    if (l.shadow)
+        format_set_font_shadow(fmt);
 
     // Without a pattern the colours show nothing (and the writer would make the fill solid).
     // A solid fill whose colour is not known is left out: written without one it shows black.
@@ -114,6 +123,8 @@ void XlsxStyleWriter::apply(const XlsxCellStyle& s, lxw_format* fmt)
         format_set_shrink(fmt);
     if (l.indent > 0)
         format_set_indent(fmt, l.indent);
+    if (l.readingOrder > 0)
+        format_set_reading_order(fmt, l.readingOrder);
     if (l.rotation == 255)
         format_set_rotation(fmt, 270); // letters stacked top to bottom
     else if (l.rotation > 0 && l.rotation <= 90)

@@ -90,6 +90,9 @@ struct FontInfo {
     bool italic = false;
     bool strike = false;
     quint8 underline = 0;
+    quint8 script = 0;
+    bool outline = false;
+    bool shadow = false;
     ParsedColor color;
 };
 
@@ -272,6 +275,12 @@ private:
             f.underline = val ? quint8(qMax(0, indexOfName(kUnderlines, val))) : 1;
         } else if (std::strcmp(name, "color") == 0) {
             f.color = color(atts);
+        } else if (std::strcmp(name, "vertAlign") == 0) {
+            f.script = !val ? 0 : std::strcmp(val, "superscript") == 0 ? 1 : std::strcmp(val, "subscript") == 0 ? 2 : 0;
+        } else if (std::strcmp(name, "outline") == 0) {
+            f.outline = on;
+        } else if (std::strcmp(name, "shadow") == 0) {
+            f.shadow = on;
         }
     }
 
@@ -365,6 +374,8 @@ private:
             a.shrink = isTrue(XlsxXmlReader::attribute(atts, "shrinkToFit"));
             if (const char* i = XlsxXmlReader::attribute(atts, "indent"))
                 a.indent = quint8(qBound(0, std::atoi(i), 250));
+            if (const char* order = XlsxXmlReader::attribute(atts, "readingOrder"))
+                a.readingOrder = quint8(qBound(0, std::atoi(order), 2));
             if (const char* r = XlsxXmlReader::attribute(atts, "textRotation")) {
                 const int rot = std::atoi(r);
                 a.rotation = (rot >= 0 && rot <= 180) || rot == 255 ? quint8(rot) : 0;
@@ -493,6 +504,9 @@ bool XlsxStyles::load(const XlsxZipArchive& zip, const QString& partName, const 
             look.italic = font.italic;
             look.strike = font.strike;
             look.underline = font.underline;
+            look.script = font.script;
+            look.outline = font.outline;
+            look.shadow = font.shadow;
             look.fontColor = handler.resolve(font.color);
         }
         if (xf.fillId >= 0 && xf.fillId < handler.fills.size()) {

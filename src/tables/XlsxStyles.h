@@ -16,6 +16,9 @@ struct XlsxCellLook {
     bool italic = false;
     bool strike = false;
     quint8 underline = 0;  // 0 none, 1 single, 2 double, 3 single accounting, 4 double accounting
+    quint8 script = 0;     // 0 none, 1 superscript, 2 subscript
+    bool outline = false;
+    bool shadow = false;
     int fontColor = -1;
 
     quint8 pattern = 0;    // fill pattern in the file's order: 0 none, 1 solid, 2 mediumGray ...
@@ -33,6 +36,7 @@ struct XlsxCellLook {
     bool shrink = false;
     quint8 indent = 0;
     quint8 rotation = 0;   // as stored: 0-90 up, 91-180 down by (value - 90), 255 stacked
+    quint8 readingOrder = 0; // 0 from the text, 1 left to right, 2 right to left
     bool unlocked = false;
     bool formulaHidden = false;
 };

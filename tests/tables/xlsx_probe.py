@@ -54,8 +54,10 @@ def look(c):
         side = getattr(b, name)
         if side is not None and side.style:
             sides[name] = [side.style, color(side.color)]
-    out = {"font": [f.name, float(f.sz or 0), bool(f.b), bool(f.i), f.u, bool(f.strike), color(f.color)],
-           "align": [a.horizontal, a.vertical, bool(a.wrap_text), int(a.indent or 0), int(a.text_rotation or 0)],
+    out = {"font": [f.name, float(f.sz or 0), bool(f.b), bool(f.i), f.u, bool(f.strike), color(f.color),
+                    f.vertAlign, bool(f.outline), bool(f.shadow)],
+           "align": [a.horizontal, a.vertical, bool(a.wrap_text), int(a.indent or 0), int(a.text_rotation or 0),
+                     int(a.readingOrder or 0)],
            "border": sides, "format": c.number_format}
     if fill.fill_type:
         # a solid fill shows its foreground colour only
@@ -200,6 +202,9 @@ def make_styled(d):
     ws["D3"].alignment = Alignment(text_rotation=135, horizontal="distributed")
     ws["C3"].number_format = "#,##0.00"
     ws["C4"].font = Font(name="等线", size=11, underline="single", color="FF0563C1")
+    ws["B3"].font = Font(name="Calibri", size=11, vertAlign="superscript", outline=True)
+    ws["C3"].font = Font(name="Calibri", size=11, vertAlign="subscript", shadow=True)
+    ws["A4"].alignment = Alignment(readingOrder=2)
     ws.row_dimensions[1].height = 32.5
     ws.row_dimensions[3].height = 9.75
     ws.row_dimensions[5].hidden = True
