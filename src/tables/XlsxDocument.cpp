@@ -22,6 +22,7 @@
 #include <climits>
 #include <cmath>
 #include <map>
+#include <utility>
 
 #include <locale.h>
 
@@ -324,15 +325,15 @@ struct XlsxDocument::Private {
     static QString escapedLikeControl(const QString& text)
     {
         static const QRegularExpression escape(QStringLiteral("_(?=x[0-9A-Fa-f]{4}_)"));
+        // Most text has neither an underscore nor such a character: one quick look.
         bool unfit = false;
-        for (const QChar c : text) {
-            const ushort u = c.unicode();
-            if (u == 0 || u == 0xFFFE || u == 0xFFFF) {
-                unfit = true;
-                break;
-            }
+        int at = -1;
+        for (int i = 0; i < text.size() && !unfit; ++i) {
+            const ushort u = text.at(i).unicode();
+            unfit = u == 0 || u == 0xFFFE || u == 0xFFFF;
+            if (u == '_' && at < 0)
+                at = i;
         }
-        const int at = text.indexOf(QLatin1Char('_')); // most text has none: the quick test
         if (!unfit && (at < 0 || text.indexOf(escape, at) < 0))
             return text;
         QString escaped = text;
@@ -531,18 +532,17 @@ struct XlsxDocument::Private {
             worksheet_gridlines(s.ws, LXW_HIDE_ALL_GRIDLINES);
         if (page.printGridlines)
             worksheet_gridlines(s.ws, page.screenGridlines ? LXW_SHOW_ALL_GRIDLINES : LXW_SHOW_PRINT_GRIDLINES);
-        if (page.rightToLeft)
-            worksheet_right_to_left(s.ws);
-        if (page.hideZeros)
-            worksheet_hide_zero(s.ws);
-        if (page.printHeadings)
-            worksheet_print_row_col_headers(s.ws);
-        if (page.centerHorizontally)
-            worksheet_center_horizontally(s.ws);
-        if (page.centerVertically)
-            worksheet_center_vertically(s.ws);
-        if (page.landscape)
-            worksheet_set_landscape(s.ws);
+        const std::pair<bool, void (*)(lxw_worksheet*)> switches[] = {
+            {page.rightToLeft, worksheet_right_to_left},
+            {page.hideZeros, worksheet_hide_zero},
+            {page.printHeadings, worksheet_print_row_col_headers},
+            {page.centerHorizontally, worksheet_center_horizontally},
+            {page.centerVertically, worksheet_center_vertically},
+            {page.landscape, worksheet_set_landscape}};
+        for (const auto& [on, set] : switches) {
+            if (on)
+                set(s.ws);
+        }
         if (page.paperSize > 0)
             worksheet_set_paper(s.ws, uint8_t(page.paperSize));
         if (page.fitToPage)

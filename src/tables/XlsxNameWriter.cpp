@@ -165,14 +165,11 @@ XlsxNameWriter::Outcome XlsxNameWriter::define(lxw_workbook* workbook, lxw_works
         // The writer names a sheet in a print area without quotes unless the name holds
         // other characters than letters, digits, "_" and "."; a sheet named "2020", "A1"
         // or "TRUE" needs them all the same. Its range goes over as the file wrote it.
-        if (sheet && needsQuotesTheWriterLeavesOut(sheetName)
-            && (what.compare(QLatin1String("Print_Area"), Qt::CaseInsensitive) == 0
-                || what.compare(QLatin1String("Print_Titles"), Qt::CaseInsensitive) == 0)) {
-            const QByteArray full = (sheetName + QLatin1Char('!') + builtIn
-                                     + (what.startsWith(QLatin1String("Print_A"), Qt::CaseInsensitive)
-                                            ? QLatin1String("Print_Area")
-                                            : QLatin1String("Print_Titles")))
-                                        .toUtf8();
+        const bool printArea = what.compare(QLatin1String("Print_Area"), Qt::CaseInsensitive) == 0;
+        const bool printTitles = what.compare(QLatin1String("Print_Titles"), Qt::CaseInsensitive) == 0;
+        if (sheet && (printArea || printTitles) && needsQuotesTheWriterLeavesOut(sheetName)) {
+            const QByteArray full =
+                (sheetName + QLatin1Char('!') + builtIn + QLatin1String(printArea ? "Print_Area" : "Print_Titles")).toUtf8();
             const QByteArray formula = name.formula.toUtf8();
             if (name.formula.startsWith(QLatin1Char('\''))
                 && workbook_define_name(workbook, full.constData(), formula.constData()) == LXW_NO_ERROR)
@@ -180,13 +177,12 @@ XlsxNameWriter::Outcome XlsxNameWriter::define(lxw_workbook* workbook, lxw_works
         }
         Area area;
         Area cols;
-        if (sheet && what.compare(QLatin1String("Print_Area"), Qt::CaseInsensitive) == 0 && parseArea(name.formula, area)) {
+        if (sheet && printArea && parseArea(name.formula, area)) {
             if (worksheet_print_area(sheet, lxw_row_t(area.firstRow - 1), lxw_col_t(area.firstCol - 1),
                                      lxw_row_t(area.lastRow - 1), lxw_col_t(area.lastCol - 1))
                 == LXW_NO_ERROR)
                 return Defined;
-        } else if (sheet && what.compare(QLatin1String("Print_Titles"), Qt::CaseInsensitive) == 0
-                   && parseTitles(name.formula, area, cols)) {
+        } else if (sheet && printTitles && parseTitles(name.formula, area, cols)) {
             bool ok = true;
             if (area.firstRow > 0)
                 ok = worksheet_repeat_rows(sheet, lxw_row_t(area.firstRow - 1), lxw_row_t(area.lastRow - 1)) == LXW_NO_ERROR;

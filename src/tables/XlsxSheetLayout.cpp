@@ -1,6 +1,7 @@
 #include "XlsxSheetLayout.h"
 
 #include "VantorLogging.h"
+#include "XlsxStyles.h"
 #include "XlsxWorkbookReader.h"
 #include "XlsxXmlReader.h"
 
@@ -305,10 +306,7 @@ void XlsxSheetLayout::noteElement(const char* name, const char** atts)
     const auto attribute = [atts](const char* key) { return XlsxXmlReader::attribute(atts, key); };
     if (std::strcmp(name, "tabColor") == 0) {
         // "FFRRGGBB"; a theme or palette colour is not carried over.
-        const char* rgb = attribute("rgb");
-        const size_t n = rgb ? std::strlen(rgb) : 0;
-        if ((n == 6 || n == 8) && std::strspn(rgb, "0123456789abcdefABCDEF") == n)
-            m_page.tabColor = int(std::strtoul(rgb + n - 6, nullptr, 16));
+        m_page.tabColor = XlsxStyles::parseRgb(attribute("rgb"));
     } else if (std::strcmp(name, "sheetFormatPr") == 0) {
         m_page.defaultColWidth = numberIn(attribute("defaultColWidth"), 0, 255, -1);
         m_page.defaultRowHeight = numberIn(attribute("defaultRowHeight"), 0, 409, -1);

@@ -63,9 +63,12 @@ int hexDigit(char c)
     return -1;
 }
 
-// "FFRRGGBB" (alpha first, ignored) or "RRGGBB"; -1 when malformed.
-int parseRgb(const char* v)
+} // namespace
+
+int XlsxStyles::parseRgb(const char* v)
 {
+    if (!v)
+        return kNoColor;
     const size_t n = std::strlen(v);
     if (n != 8 && n != 6)
         return kNoColor;
@@ -82,6 +85,8 @@ int parseRgb(const char* v)
     }
     return rgb;
 }
+
+namespace {
 
 struct FontInfo {
     bool bold = false;
@@ -156,7 +161,7 @@ public:
         case Palette:
             if (std::strcmp(name, "rgbColor") == 0 && palette.size() < kPaletteSize) {
                 const char* rgb = XlsxXmlReader::attribute(atts, "rgb");
-                const int c = rgb ? parseRgb(rgb) : kNoColor;
+                const int c = XlsxStyles::parseRgb(rgb);
                 if (c == kNoColor)
                     ++badColors;
                 palette.append(c);
@@ -218,7 +223,7 @@ private:
     {
         ParsedColor c;
         if (const char* rgb = XlsxXmlReader::attribute(atts, "rgb")) {
-            c.value = parseRgb(rgb);
+            c.value = XlsxStyles::parseRgb(rgb);
             if (c.value == kNoColor)
                 ++badColors;
         } else if (const char* indexed = XlsxXmlReader::attribute(atts, "indexed")) {

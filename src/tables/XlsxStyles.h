@@ -71,6 +71,8 @@ public:
     // The colour of an entry of the default 64-colour palette, -1 outside it (64 and 65
     // are the system's foreground and background, which follow the viewer's settings).
     static int paletteColor(int index);
+    // "FFRRGGBB" (alpha first, ignored) or "RRGGBB" as 0xRRGGBB; -1 when absent or malformed.
+    static int parseRgb(const char* value);
 
     void addStyle(const XlsxCellStyle& s) { m_styles.append(s); }
 

@@ -1,6 +1,7 @@
 #include "XlsxTheme.h"
 
 #include "VantorLogging.h"
+#include "XlsxStyles.h"
 #include "XlsxXmlReader.h"
 #include "XlsxZipArchive.h"
 
@@ -16,25 +17,6 @@ const int kDefaultColors[XlsxTheme::SlotCount] = {0x000000, 0xFFFFFF, 0x1F497D, 
                                                   0x9BBB59, 0x8064A2, 0x4BACC6, 0xF79646, 0x0000FF, 0x800080};
 const char* const kSlotNames[XlsxTheme::SlotCount] = {"dk1", "lt1", "dk2", "lt2", "accent1", "accent2",
                                                       "accent3", "accent4", "accent5", "accent6", "hlink", "folHlink"};
-
-// Exactly six hex digits; -1 otherwise.
-int parseHex6(const char* v)
-{
-    if (!v || std::strlen(v) != 6)
-        return -1;
-    int rgb = 0;
-    for (int i = 0; i < 6; ++i) {
-        const char c = v[i];
-        const int d = c >= '0' && c <= '9' ? c - '0'
-            : c >= 'a' && c <= 'f'         ? c - 'a' + 10
-            : c >= 'A' && c <= 'F'         ? c - 'A' + 10
-                                           : -1;
-        if (d < 0)
-            return -1;
-        rgb = rgb * 16 + d;
-    }
-    return rgb;
-}
 
 class ThemeHandler : public XlsxXmlHandler
 {
@@ -60,9 +42,9 @@ public:
         if (colors[m_slot] >= 0)
             return;
         if (std::strcmp(name, "srgbClr") == 0)
-            colors[m_slot] = parseHex6(XlsxXmlReader::attribute(atts, "val"));
+            colors[m_slot] = XlsxStyles::parseRgb(XlsxXmlReader::attribute(atts, "val"));
         else if (std::strcmp(name, "sysClr") == 0)
-            colors[m_slot] = parseHex6(XlsxXmlReader::attribute(atts, "lastClr"));
+            colors[m_slot] = XlsxStyles::parseRgb(XlsxXmlReader::attribute(atts, "lastClr"));
     }
 
     void endElement(const char* name) override
