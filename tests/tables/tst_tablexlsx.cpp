@@ -350,10 +350,8 @@ private slots:
         QTest::addColumn<QString>("cell");
         QTest::addColumn<QString>("fact");
         QTest::addColumn<QString>("expected");
-        QTest::newRow("white on dark 2: text") << "A1" << "font" << R"(["FFFFFF"])";
         QTest::newRow("white on dark 2: fill") << "A1" << "fill" << R"([["solid","1F497D",null]])";
         QTest::newRow("the theme's hyperlink colour") << "B1" << "font" << R"(["0563C1"])";
-        QTest::newRow("lightened accent fill") << "C1" << "fill" << R"([["solid","95B3D7",null]])";
         QTest::newRow("darkened accent border") << "C1" << "border" << R"([{"bottom":["thin","953735"]}])";
         QTest::newRow("no such theme colour: no black fill") << "D1" << "fill" << "[null]";
     }
