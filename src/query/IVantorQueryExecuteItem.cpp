@@ -213,9 +213,10 @@ void IVantorQueryExecuteItem::run()
     if (postProcessDataList(rows)) {
         if (m_partFailure)
             processPartCondFailure();
+        // Read before the run says it is over: the owner may delete the executor then.
+        const QString id = functionId();
         m_running.store(false, std::memory_order_release);
-        qCInfo(lcQuery).noquote() << "IVantorQueryExecuteItem::run"
-                                  << QStringLiteral("结束查询功能号%1数据").arg(functionId());
+        qCInfo(lcQuery).noquote() << "IVantorQueryExecuteItem::run" << QStringLiteral("结束查询功能号%1数据").arg(id);
     } else {
         qCWarning(lcQuery).noquote() << "IVantorQueryExecuteItem::run"
                                      << QStringLiteral("功能号%1数据查询后转换失败").arg(functionId());

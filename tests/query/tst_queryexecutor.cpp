@@ -11,6 +11,7 @@
 #include <QThreadPool>
 #include <QtTest>
 
+#include <atomic>
 #include <climits>
 #include <memory>
 
@@ -35,6 +36,20 @@ public:
     {
         ++postProcessCalls;
         return PageQueryExecuteItem::postProcessDataList(rows);
+    }
+};
+
+// Notes the reads of its function id made after the run has said it is over.
+class EndWatchItem : public PageQueryExecuteItem
+{
+public:
+    mutable std::atomic<int> readsAfterEnd{0};
+
+    QString functionId() const override
+    {
+        if (!isRunning())
+            ++readsAfterEnd;
+        return PageQueryExecuteItem::functionId();
     }
 };
 } // namespace
@@ -314,7 +329,7 @@ private slots:
         // once it sees the run over it reads the outcome without any further wait.
         m_transport->queueRows(numberedRows(0, 10), 12);
         m_transport->queueRows(numberedRows(10, 2), 12);
-        PageQueryExecuteItem item;
+        EndWatchItem item;
         aim(item, "10003", 10);
         QThreadPool pool;
         pool.start(&item);
@@ -324,6 +339,9 @@ private slots:
         QCOMPARE(item.errorCode(), 0);
         QCOMPARE(ids(item.dataList()), range(0, 12));
         pool.waitForDone();
+        // The owner may also delete the executor at that moment: the run must not touch it
+        // any more once it has said it is over.
+        QCOMPARE(item.readsAfterEnd.load(), 0);
     }
 
     void positionPagingWithoutPageSizeEndsOnlyFromOutside_data()
