@@ -6,6 +6,7 @@
 
 #include <algorithm>
 #include <iterator>
+#include <memory>
 
 namespace {
 using PlainEntrustPushFunc = void (*)(const QMap<QString, QVariant>&);
@@ -17,12 +18,55 @@ PlainEntrustPushFunc plainFunction(const VantorEntrustPushHub::EntrustPushFunc& 
     return target ? *target : nullptr;
 }
 
+// Slot callables replaced on a thread while that thread is inside a slot callback. They
+// live until the outermost such call returns, so that a callback may replace its own slot
+// without being destroyed while it runs.
+struct ReplacedSlot {
+    virtual ~ReplacedSlot() = default;
+    std::unique_ptr<ReplacedSlot> next;
+};
+
+template <typename Func>
+struct ReplacedCallable : ReplacedSlot {
+    explicit ReplacedCallable(Func f)
+        : func(std::move(f))
+    {
+    }
+    Func func;
+};
+
+thread_local int t_slotCallDepth = 0;
+thread_local std::unique_ptr<ReplacedSlot> t_replacedSlots;
+
+struct SlotCall {
+    SlotCall() { ++t_slotCallDepth; }
+    ~SlotCall()
+    {
+        if (--t_slotCallDepth == 0) {
+            const std::unique_ptr<ReplacedSlot> replaced = std::move(t_replacedSlots);
+        }
+    }
+    SlotCall(const SlotCall&) = delete;
+    SlotCall& operator=(const SlotCall&) = delete;
+};
+
+template <typename Func>
+void replaceSlot(Func func, Func& slot)
+{
+    std::swap(slot, func);
+    if (t_slotCallDepth == 0 || !func)
+        return;
+    auto replaced = std::make_unique<ReplacedCallable<Func>>(std::move(func));
+    replaced->next = std::move(t_replacedSlots);
+    t_replacedSlots = std::move(replaced);
+}
+
 template <typename Func>
 void fillSlot(Func&& func, Func& slot, std::atomic<bool>& flag)
 {
     if (!func)
         return;
-    slot = std::move(func);
+    replaceSlot(std::move(func), slot);
     flag.store(true, std::memory_order_release);
 }
 } // namespace
@@ -95,7 +139,7 @@ void VantorEntrustPushHub::RegisterMQEntrustPushFunc(EntrustPushFunc entrust, Or
 
 void VantorEntrustPushHub::RegisterMQNetDataFunc(NetDataFunc func)
 {
-    m_mqNetData = std::move(func);
+    replaceSlot(std::move(func), m_mqNetData);
 }
 
 void VantorEntrustPushHub::ProcessEntrustPush(const QMap<QString, QVariant>& push)
@@ -137,6 +181,7 @@ void VantorEntrustPushHub::ProcessEntrustPush(const QMap<QString, QVariant>& pus
 
 void VantorEntrustPushHub::ProcessEntrustPushToMQ(const QMap<QString, QVariant>& push) const
 {
+    const SlotCall call;
     if (m_mqEntrustPushSet.load(std::memory_order_acquire))
         m_mqEntrustPush(push);
     if (m_fileTraderEntrustPushSet.load(std::memory_order_acquire))
@@ -145,6 +190,7 @@ void VantorEntrustPushHub::ProcessEntrustPushToMQ(const QMap<QString, QVariant>&
 
 void VantorEntrustPushHub::ProcessOrderResponsePushToMQ(const QVariant& response) const
 {
+    const SlotCall call;
     if (m_mqOrderResponsePushSet.load(std::memory_order_acquire))
         m_mqOrderResponsePush(response);
     if (m_fileTraderOrderResponsePushSet.load(std::memory_order_acquire))
@@ -153,5 +199,6 @@ void VantorEntrustPushHub::ProcessOrderResponsePushToMQ(const QVariant& response
 
 void VantorEntrustPushHub::SendMQNetData(const QString& a, const QVariant& b, const QVariant& c) const
 {
+    const SlotCall call;
     m_mqNetData(a, b, c);
 }

@@ -30,7 +30,8 @@ public:
     // callback: a change asked for there is made once that push is handed out.
     bool RegisterEntrustPushFunc(EntrustPushFunc func, bool add);
     // Each non-empty argument replaces its slot and enables it; an empty one leaves the
-    // slot as it was.
+    // slot as it was. A slot's callback may replace its slot while it runs: the callable it
+    // replaces lives until that call returns.
     void RegisterFileTraderEntrustPushFunc(EntrustPushFunc entrust, OrderResponsePushFunc response);
     void RegisterMQEntrustPushFunc(EntrustPushFunc entrust, OrderResponsePushFunc response);
     void RegisterMQNetDataFunc(NetDataFunc func);

@@ -6,6 +6,7 @@
 #include <QtTest>
 
 #include <atomic>
+#include <memory>
 #include <stdexcept>
 #include <thread>
 #include <vector>
@@ -122,6 +123,77 @@ private slots:
         });
         hub.SendMQNetData("topic", 5, "x");
         QCOMPARE(got, (QStringList{"topic", "5", "x"}));
+    }
+
+    // A slot's callback may put another callback in its slot while it runs (a bridge that
+    // reconnects, say): it runs to its end with everything it holds, and the next push
+    // reaches the new one.
+    void slotReplacedByItsOwnCallback_data()
+    {
+        QTest::addColumn<QString>("slot");
+        QTest::newRow("MQ entrust") << "mq entrust";
+        QTest::newRow("MQ order response") << "mq response";
+        QTest::newRow("file-trader entrust") << "file entrust";
+        QTest::newRow("file-trader order response") << "file response";
+        QTest::newRow("MQ net data") << "net data";
+    }
+
+    void slotReplacedByItsOwnCallback()
+    {
+        QFETCH(QString, slot);
+        // Notes whether it is destroyed while the callback that holds it runs.
+        struct Held {
+            Held(bool* r, bool* d)
+                : running(r)
+                , destroyedWhileRunning(d)
+            {
+            }
+            bool* running;
+            bool* destroyedWhileRunning;
+            ~Held()
+            {
+                if (*running)
+                    *destroyedWhileRunning = true;
+            }
+        };
+        VantorEntrustPushHub hub;
+        QStringList calls;
+        bool running = false;
+        bool destroyedWhileRunning = false;
+        std::function<void(const QString&)> install;
+        install = [&](const QString& tag) {
+            const auto held = std::make_shared<Held>(&running, &destroyedWhileRunning);
+            const auto body = [&, held, tag]() {
+                running = true;
+                if (!tag.endsWith(QLatin1String("next")))
+                    install(tag + " next");
+                calls << tag;
+                running = false;
+            };
+            if (slot == "mq entrust")
+                hub.RegisterMQEntrustPushFunc([body](const Push&) { body(); }, nullptr);
+            else if (slot == "mq response")
+                hub.RegisterMQEntrustPushFunc(nullptr, [body](const QVariant&) { body(); });
+            else if (slot == "file entrust")
+                hub.RegisterFileTraderEntrustPushFunc([body](const Push&) { body(); }, nullptr);
+            else if (slot == "file response")
+                hub.RegisterFileTraderEntrustPushFunc(nullptr, [body](const QVariant&) { body(); });
+            else
+                hub.RegisterMQNetDataFunc([body](const QString&, const QVariant&, const QVariant&) { body(); });
+        };
+        const auto push = [&]() {
+            if (slot.endsWith(QLatin1String("entrust")))
+                hub.ProcessEntrustPushToMQ(Push{});
+            else if (slot.endsWith(QLatin1String("response")))
+                hub.ProcessOrderResponsePushToMQ(QVariant());
+            else
+                hub.SendMQNetData("topic", 1, 2);
+        };
+        install(slot);
+        push();
+        QVERIFY(!destroyedWhileRunning);
+        push();
+        QCOMPARE(calls, (QStringList{slot, slot + " next"}));
     }
 
     // The exported entry points reach the library's own receivers.
