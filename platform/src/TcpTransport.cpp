@@ -38,6 +38,11 @@ TcpTransport::TcpTransport(const QString& address, QObject* parent)
 
 TcpTransport::~TcpTransport()
 {
+    if (m_link && m_link->isReadingThread()) {
+        // A push listener let the transport go, on the very thread that delivers the push.
+        TcpTransportLink::releaseFromReadingThread(std::move(m_link), std::move(m_pending));
+        return;
+    }
     // Closes the connection and ends the reading thread before the requests go.
     m_link.reset();
 }

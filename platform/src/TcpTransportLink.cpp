@@ -107,11 +107,24 @@ TcpTransportLink::TcpTransportLink(const QString& host, quint16 port, PendingReq
     , m_port(port)
     , m_pending(pending)
 {
-    m_reader = std::thread([this] { readLoop(); });
+    m_reader = std::thread([this] {
+        readLoop();
+        // A link let go from this thread ends with it.
+        const std::unique_ptr<TcpTransportLink> self = std::move(m_self);
+    });
     m_readerId = m_reader.get_id();
 }
 
 TcpTransportLink::~TcpTransportLink()
+{
+    stop();
+    if (isReadingThread())
+        m_reader.detach(); // released from this thread, whose loop is over
+    else
+        m_reader.join();
+}
+
+void TcpTransportLink::stop()
 {
     {
         QMutexLocker lock(&m_mutex);
@@ -120,7 +133,15 @@ TcpTransportLink::~TcpTransportLink()
             ::shutdown(m_fd, SHUT_RDWR); // the reading thread wakes, closes and fails what is in flight
     }
     m_changed.wakeAll();
-    m_reader.join();
+}
+
+void TcpTransportLink::releaseFromReadingThread(std::unique_ptr<TcpTransportLink> link,
+                                                std::unique_ptr<PendingRequests> pending)
+{
+    TcpTransportLink* const self = link.get();
+    self->stop();
+    self->m_ownPending = std::move(pending);
+    self->m_self = std::move(link);
 }
 
 QString TcpTransportLink::endpoint() const

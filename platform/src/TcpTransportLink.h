@@ -33,12 +33,18 @@ public:
     SendResult send(const std::shared_ptr<PendingRequests::Entry>& entry, const QByteArray& frame,
                     const QDeadlineTimer& deadline, QString* why);
     bool isReadingThread() const { return std::this_thread::get_id() == m_readerId; }
+    // Lets a link go from its own reading thread (a push listener dropped the last hold on the
+    // transport), which cannot wait for itself: the connection closes and the thread destroys
+    // the link and the requests once it is out of its loop.
+    static void releaseFromReadingThread(std::unique_ptr<TcpTransportLink> link, std::unique_ptr<PendingRequests> pending);
     QString endpoint() const;
 
 signals:
     void pushed(const QString& type, const QVariant& msg);
 
 private:
+    // Closes the connection and tells the reading thread to end.
+    void stop();
     bool connectLocked(const QDeadlineTimer& deadline, QString* why);
     void readLoop();
     // Reads one connection until it ends; the reason it ended.
@@ -64,4 +70,7 @@ private:
     QByteArray m_readBuffer;  // reading thread only
     std::thread m_reader;
     std::thread::id m_readerId;
+    // Set by releaseFromReadingThread only, on the reading thread.
+    std::unique_ptr<TcpTransportLink> m_self;
+    std::unique_ptr<PendingRequests> m_ownPending;
 };

@@ -417,6 +417,32 @@ private slots:
         QTRY_COMPARE_WITH_TIMEOUT(pushes.load(), 4, 30000);
     }
 
+    // A listener may delete the presenter whose push it is handling, the presenter holding the
+    // last hold on its transport: the transport then ends on the thread that delivers the push.
+    void listenerMayDeleteThePresenterOfItsOwnTransport()
+    {
+        GatewayServer gateway(options(5));
+        QVERIFY(gateway.start());
+        auto* presenter = new LmPresenterClass(QStringLiteral("short-lived"));
+        presenter->setTransport(std::make_shared<TcpTransport>(gateway.address()));
+        std::atomic<bool> sent{false};
+        std::atomic<bool> deleted{false};
+        connect(presenter, &LmPresenterClass::pushReceived, presenter, [&] {
+            while (!sent) // the sender lets go of the transport first
+                QThread::yieldCurrentThread();
+            delete presenter;
+            deleted = true;
+        }, Qt::DirectConnection);
+        CPackMessageCommon pack;
+        pack.AddRowVaule({{S::symbol, "600000"}, {S::side, "buy"}, {S::price, 10.5}, {S::orderQty, 100}});
+        QVariant reply;
+        QCOMPARE(send(*presenter, Fn::placeOrder, pack.GetPackedMsg(false), reply), 0);
+        sent = true;
+        QTRY_VERIFY_WITH_TIMEOUT(deleted.load(), 30000);
+        TcpTransport other(gateway.address());
+        QVERIFY(call(other, Fn::funds).ok());
+    }
+
     void faultsGiveTheirOutcome_data()
     {
         QTest::addColumn<QString>("how"); // "flag": gateway option; "control": the control function
