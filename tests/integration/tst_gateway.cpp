@@ -282,6 +282,10 @@ private slots:
         QTest::newRow("zero quantity") << Fn::placeOrder << QVariantList{noQty} << 0 << "委托数量必须大于0";
         QTest::newRow("no symbol") << Fn::placeOrder << QVariantList{QVariantMap{{S::price, 1}, {S::orderQty, 100}}} << 0
                                    << "证券代码不能为空";
+        QTest::newRow("positions, none asked") << Fn::positions << QVariantList{QVariantMap{{Sys::requestNumber, 0}}} << 0
+                                               << "请求条数0无效，应在1到100000之间";
+        QTest::newRow("positions, more than a page holds")
+            << Fn::positions << QVariantList{QVariantMap{{Sys::requestNumber, 100001}}} << 0 << "请求条数100001无效，应在1到100000之间";
         QTest::newRow("cancel unknown") << Fn::cancelOrder << QVariantList{QVariantMap{{S::orderID, "nope"}}} << 0 << "委托不存在";
         QTest::newRow("cancel filled") << Fn::cancelOrder << QVariantList{QVariantMap{{S::orderID, key(50)}}} << -1 << "";
         QTest::newRow("batch count mismatch") << Fn::batchOrder

@@ -93,7 +93,11 @@ GatewayService::Outcome GatewayService::handle(const QString& functionId, const 
 
 GatewayService::Outcome GatewayService::positions(const QVariantMap& head)
 {
-    const int count = qBound(1, intField(head, Sys::requestNumber, defaultPageSize), maxPageSize);
+    // The client ends a position query on the first page shorter than it asked for, so a
+    // count the gateway would not serve exactly is refused rather than changed.
+    const int count = intField(head, Sys::requestNumber, defaultPageSize);
+    if (count < 1 || count > maxPageSize)
+        return failed(QStringLiteral("请求条数%1无效，应在1到%2之间").arg(count).arg(maxPageSize));
     Outcome out;
     out.message = GatewayReply::fromPage(m_db.positions(head.value(QLatin1String(Sys::positionStr)).toString(), count));
     return out;
