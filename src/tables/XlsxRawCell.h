@@ -8,7 +8,7 @@ struct XlsxRawCell {
         Number = 'n',
         Boolean = 'b',
         Error = 'e',
-        Text = 't',    // UTF-8 text held in the cell: a formula's string result
+        Text = 't',    // UTF-8 text held in the cell (t="str"), still holding its _xHHHH_ escapes
         Inline = 'i',  // an inline string, still holding its _xHHHH_ escapes
         IsoDate = 'd', // a date, a time or both written as ISO 8601 text
         Shared = 's',  // an entry of the shared strings (sharedIndex; -1 when out of range)

@@ -305,10 +305,9 @@ public:
         m_cell.rawLen = 0;
         m_cell.isoDate = false;
         switch (r.kind) {
+        // Text held in the cell itself (a formula's result, or any text from writers that
+        // use no shared strings) keeps control characters escaped, as an inline string does.
         case XlsxRawCell::Text:
-            m_cell.type = XlsxCell::String;
-            m_cell.text = cellText(r.value, r.valueLen);
-            break;
         case XlsxRawCell::Inline:
             m_cell.type = XlsxCell::String;
             m_cell.text = cellText(r.value, r.valueLen);
