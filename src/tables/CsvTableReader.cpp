@@ -306,8 +306,9 @@ CsvTableReader::Status CsvTableReader::readRange(const QString& fileName, qint64
         takeLine(text.constData(), 0, text.size());
     }
     // A file that has bytes but no character besides carriage returns (a byte-order mark
-    // alone, say) still reads as one empty line.
-    if (result.linesRead == 0 && end > begin) {
+    // alone, say) still reads as one empty line. A later piece of a file begins after a
+    // line feed: carriage returns alone there end the file and are no line.
+    if (result.linesRead == 0 && end > begin && begin == 0) {
         commas.resize(0);
         crs = 0;
         takeLine(text.constData(), 0, 0);
