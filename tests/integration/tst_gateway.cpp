@@ -18,6 +18,7 @@
 #include <QtTest>
 
 #include <atomic>
+#include <limits>
 #include <netinet/in.h>
 #include <poll.h>
 #include <sys/socket.h>
@@ -280,6 +281,9 @@ private slots:
         QTest::newRow("unknown function") << "12345" << QVariantList{QVariantMap()} << 2 << "不支持的功能号";
         QTest::newRow("empty function") << "" << QVariantList{QVariantMap()} << 2 << "不支持的功能号";
         QTest::newRow("zero quantity") << Fn::placeOrder << QVariantList{noQty} << 0 << "委托数量必须大于0";
+        QVariantMap nanPrice = order;
+        nanPrice.insert(S::price, std::numeric_limits<double>::quiet_NaN());
+        QTest::newRow("price not a number") << Fn::placeOrder << QVariantList{nanPrice} << 0 << "委托价格无效";
         QTest::newRow("no symbol") << Fn::placeOrder << QVariantList{QVariantMap{{S::price, 1}, {S::orderQty, 100}}} << 0
                                    << "证券代码不能为空";
         QTest::newRow("positions, none asked") << Fn::positions << QVariantList{QVariantMap{{Sys::requestNumber, 0}}} << 0

@@ -11,6 +11,8 @@
 
 #include <QTime>
 
+#include <cmath>
+
 namespace {
 namespace Sys = Zentra_Fields::System;
 namespace S = Zentra_Fields::Security;
@@ -140,7 +142,7 @@ QString GatewayService::readOrder(const QVariantMap& row, const QVariantMap& def
         return QStringLiteral("证券代码不能为空");
     if (order->side != QLatin1String(Zentra_Values::Side::buy) && order->side != QLatin1String(Zentra_Values::Side::sell))
         return QStringLiteral("买卖方向无效");
-    if (!priceOk || order->price <= 0)
+    if (!priceOk || !std::isfinite(order->price) || order->price <= 0)
         return QStringLiteral("委托价格无效");
     if (!qtyOk || order->orderQty <= 0)
         return QStringLiteral("委托数量必须大于0");
