@@ -290,6 +290,15 @@ private slots:
                                                << "请求条数0无效，应在1到100000之间";
         QTest::newRow("positions, more than a page holds")
             << Fn::positions << QVariantList{QVariantMap{{Sys::requestNumber, 100001}}} << 0 << "请求条数100001无效，应在1到100000之间";
+        auto control = [](const char* key, const QVariant& value) {
+            return QVariantList{QVariantMap{{Ctl::targetFunction, "12345"}, {key, value}}};
+        };
+        QTest::newRow("control, rate no number") << Fn::gatewayControl << control(Ctl::failRate, "50%") << 0
+                                                 << "failRate无效：50%，应为0到1之间的数";
+        QTest::newRow("control, rate above one") << Fn::gatewayControl << control(Ctl::dropRate, 1.5) << 0
+                                                 << "dropRate无效：1.5，应为0到1之间的数";
+        QTest::newRow("control, negative latency") << Fn::gatewayControl << control(Ctl::latencyMs, -5) << 0
+                                                   << "latencyMs无效：-5，应为不小于0的毫秒数";
         QTest::newRow("cancel unknown") << Fn::cancelOrder << QVariantList{QVariantMap{{S::orderID, "nope"}}} << 0 << "委托不存在";
         QTest::newRow("cancel filled") << Fn::cancelOrder << QVariantList{QVariantMap{{S::orderID, key(50)}}} << -1 << "";
         QTest::newRow("batch count mismatch") << Fn::batchOrder
