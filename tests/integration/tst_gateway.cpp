@@ -18,6 +18,7 @@
 #include <QtTest>
 
 #include <atomic>
+#include <limits>
 #include <netinet/in.h>
 #include <poll.h>
 #include <sys/socket.h>
@@ -280,12 +281,24 @@ private slots:
         QTest::newRow("unknown function") << "12345" << QVariantList{QVariantMap()} << 2 << "不支持的功能号";
         QTest::newRow("empty function") << "" << QVariantList{QVariantMap()} << 2 << "不支持的功能号";
         QTest::newRow("zero quantity") << Fn::placeOrder << QVariantList{noQty} << 0 << "委托数量必须大于0";
+        QVariantMap nanPrice = order;
+        nanPrice.insert(S::price, std::numeric_limits<double>::quiet_NaN());
+        QTest::newRow("price not a number") << Fn::placeOrder << QVariantList{nanPrice} << 0 << "委托价格无效";
         QTest::newRow("no symbol") << Fn::placeOrder << QVariantList{QVariantMap{{S::price, 1}, {S::orderQty, 100}}} << 0
                                    << "证券代码不能为空";
         QTest::newRow("positions, none asked") << Fn::positions << QVariantList{QVariantMap{{Sys::requestNumber, 0}}} << 0
                                                << "请求条数0无效，应在1到100000之间";
         QTest::newRow("positions, more than a page holds")
             << Fn::positions << QVariantList{QVariantMap{{Sys::requestNumber, 100001}}} << 0 << "请求条数100001无效，应在1到100000之间";
+        auto control = [](const char* key, const QVariant& value) {
+            return QVariantList{QVariantMap{{Ctl::targetFunction, "12345"}, {key, value}}};
+        };
+        QTest::newRow("control, rate no number") << Fn::gatewayControl << control(Ctl::failRate, "50%") << 0
+                                                 << "failRate无效：50%，应为0到1之间的数";
+        QTest::newRow("control, rate above one") << Fn::gatewayControl << control(Ctl::dropRate, 1.5) << 0
+                                                 << "dropRate无效：1.5，应为0到1之间的数";
+        QTest::newRow("control, negative latency") << Fn::gatewayControl << control(Ctl::latencyMs, -5) << 0
+                                                   << "latencyMs无效：-5，应为不小于0的毫秒数";
         QTest::newRow("cancel unknown") << Fn::cancelOrder << QVariantList{QVariantMap{{S::orderID, "nope"}}} << 0 << "委托不存在";
         QTest::newRow("cancel filled") << Fn::cancelOrder << QVariantList{QVariantMap{{S::orderID, key(50)}}} << -1 << "";
         QTest::newRow("batch count mismatch") << Fn::batchOrder

@@ -11,6 +11,9 @@
 
 #include <QTime>
 
+#include <cmath>
+#include <limits>
+
 namespace {
 namespace Sys = Zentra_Fields::System;
 namespace S = Zentra_Fields::Security;
@@ -35,12 +38,19 @@ int intField(const QVariantMap& row, const char* key, int fallback)
     return ok ? v : fallback;
 }
 
-double rate(const QVariantMap& row, const char* key, double fallback)
+// A setting of the control function: absent leaves `value` as it is; false when it is given
+// but is no number in range (NaN neither).
+bool setting(const QVariantMap& row, const char* key, double low, double high, double* value)
 {
     const QVariant v = row.value(QLatin1String(key));
     if (!v.isValid())
-        return fallback;
-    return qBound(0.0, v.toDouble(), 1.0);
+        return true;
+    bool ok = false;
+    const double x = v.toDouble(&ok);
+    if (!ok || !(x >= low && x <= high))
+        return false;
+    *value = x;
+    return true;
 }
 } // namespace
 
@@ -140,7 +150,7 @@ QString GatewayService::readOrder(const QVariantMap& row, const QVariantMap& def
         return QStringLiteral("证券代码不能为空");
     if (order->side != QLatin1String(Zentra_Values::Side::buy) && order->side != QLatin1String(Zentra_Values::Side::sell))
         return QStringLiteral("买卖方向无效");
-    if (!priceOk || order->price <= 0)
+    if (!priceOk || !std::isfinite(order->price) || order->price <= 0)
         return QStringLiteral("委托价格无效");
     if (!qtyOk || order->orderQty <= 0)
         return QStringLiteral("委托数量必须大于0");
@@ -208,14 +218,25 @@ GatewayService::Outcome GatewayService::cancelOrder(const QVariantMap& head)
 
 GatewayService::Outcome GatewayService::control(const QVariantMap& head)
 {
+    // Every value is checked before anything changes: a refused request changes nothing.
+    double probe = 0;
+    if (!setting(head, Ctl::latencyMs, 0, std::numeric_limits<int>::max(), &probe))
+        return failed(QStringLiteral("%1无效：%2，应为不小于0的毫秒数")
+                          .arg(QLatin1String(Ctl::latencyMs), head.value(QLatin1String(Ctl::latencyMs)).toString()));
+    for (const char* key : {Ctl::failRate, Ctl::noreplyRate, Ctl::dropRate}) {
+        if (!setting(head, key, 0, 1, &probe))
+            return failed(QStringLiteral("%1无效：%2，应为0到1之间的数").arg(QLatin1String(key), head.value(QLatin1String(key)).toString()));
+    }
     if (head.value(QLatin1String(Ctl::reset)).toBool())
         m_faults.reset();
     const QString target = head.value(QLatin1String(Ctl::targetFunction)).toString();
     GatewayFaultRates r = target.isEmpty() ? m_faults.global() : m_faults.rates(target);
-    r.latencyMs = qMax(0, intField(head, Ctl::latencyMs, r.latencyMs));
-    r.failRate = rate(head, Ctl::failRate, r.failRate);
-    r.noreplyRate = rate(head, Ctl::noreplyRate, r.noreplyRate);
-    r.dropRate = rate(head, Ctl::dropRate, r.dropRate);
+    double latency = r.latencyMs;
+    setting(head, Ctl::latencyMs, 0, std::numeric_limits<int>::max(), &latency);
+    r.latencyMs = int(latency);
+    setting(head, Ctl::failRate, 0, 1, &r.failRate);
+    setting(head, Ctl::noreplyRate, 0, 1, &r.noreplyRate);
+    setting(head, Ctl::dropRate, 0, 1, &r.dropRate);
     if (target.isEmpty())
         m_faults.setGlobal(r);
     else
