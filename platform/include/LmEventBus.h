@@ -2,7 +2,7 @@
 
 #include "VantorPlatformGlobal.h"
 
-#include <QHash>
+#include <QMap>
 #include <QObject>
 #include <QReadWriteLock>
 #include <QVariant>
@@ -10,7 +10,8 @@
 #include <functional>
 
 // The client's in-process event bus. Presenters put event envelopes on it; tests and
-// tools subscribe, by signal or by callback (called on the putting thread).
+// tools subscribe, by signal or by callback (called on the putting thread, in the order
+// they subscribed, before the signal).
 class VANTORPLATFORM_EXPORT LmEventBus : public QObject
 {
     Q_OBJECT
@@ -31,6 +32,6 @@ private:
     LmEventBus() = default;
 
     QReadWriteLock m_lock;
-    QHash<int, Subscriber> m_subscribers;
+    QMap<int, Subscriber> m_subscribers; // by id, so in the order of subscription
     int m_nextId = 0;
 };

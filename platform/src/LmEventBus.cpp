@@ -8,7 +8,7 @@ LmEventBus* LmEventBus::instance()
 
 void LmEventBus::put(const QString& srcId, const QVariant& type, const QVariant& msg)
 {
-    QHash<int, Subscriber> subscribers;
+    QMap<int, Subscriber> subscribers;
     {
         QReadLocker locker(&m_lock);
         subscribers = m_subscribers;

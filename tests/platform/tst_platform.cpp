@@ -373,6 +373,21 @@ private slots:
         QCOMPARE(seen, (QList<QVariant>{217088}));
     }
 
+    void eventBusCallsSubscribersInTheirOrder()
+    {
+        QList<int> called;
+        QList<int> ids;
+        for (int i = 0; i < 40; ++i)
+            ids << LmEventBus::instance()->subscribe([&called, i](const QString&, const QVariant&, const QVariant&) { called << i; });
+        LmEventBus::instance()->put("order", 1, QVariant());
+        for (int id : qAsConst(ids))
+            LmEventBus::instance()->unsubscribe(id);
+        QList<int> expected;
+        for (int i = 0; i < 40; ++i)
+            expected << i;
+        QCOMPARE(called, expected);
+    }
+
     void messageBoxHookAnswers()
     {
         QList<LmMessageBox::Shown> shown;
