@@ -24,5 +24,9 @@ write_basic_package_version_file(${PROJECT_BINARY_DIR}/VantorUtilsConfigVersion.
 install(FILES ${PROJECT_BINARY_DIR}/VantorUtilsConfig.cmake ${PROJECT_BINARY_DIR}/VantorUtilsConfigVersion.cmake
   DESTINATION ${CMAKE_INSTALL_LIBDIR}/cmake/VantorUtils)
 
+# The prefix is found from where the .pc file lies, so that an installation made with
+# `cmake --install --prefix <dir>` (or moved afterwards) points at its own files.
+file(RELATIVE_PATH VANTOR_PC_TO_PREFIX "/prefix/${CMAKE_INSTALL_LIBDIR}/pkgconfig" "/prefix")
+string(REGEX REPLACE "/$" "" VANTOR_PC_TO_PREFIX "${VANTOR_PC_TO_PREFIX}")
 configure_file(${PROJECT_SOURCE_DIR}/cmake/vantorutils.pc.in ${PROJECT_BINARY_DIR}/vantorutils.pc @ONLY)
 install(FILES ${PROJECT_BINARY_DIR}/vantorutils.pc DESTINATION ${CMAKE_INSTALL_LIBDIR}/pkgconfig)

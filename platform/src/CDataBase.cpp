@@ -11,6 +11,8 @@
 #include <QJsonValue>
 #include <QLocale>
 
+#include <cmath>
+
 static void initPlatformResources()
 {
     Q_INIT_RESOURCE(platform_resources);
@@ -84,6 +86,16 @@ void CDataBase::loadEmbedded()
     m_source = embeddedDefaultPath();
 }
 
+// A number as it is usually written: whole numbers in full (1000000, not 1e+06), so that
+// readers that take the text as an integer get it; others in their shortest form.
+static QString numberText(double value)
+{
+    constexpr double exactIntegers = 9007199254740992.0; // 2^53
+    if (std::trunc(value) == value && std::fabs(value) <= exactIntegers)
+        return QString::number(qint64(value));
+    return QString::number(value, 'g', QLocale::FloatingPointShortest);
+}
+
 bool CDataBase::parse(const QByteArray& json, const QString& origin,
                       QMap<QString, QMap<QString, QString>>& out) const
 {
@@ -110,7 +122,7 @@ bool CDataBase::parse(const QByteArray& json, const QString& origin,
             if (v.isString())
                 values.insert(it.key(), v.toString());
             else if (v.isDouble())
-                values.insert(it.key(), QString::number(v.toDouble(), 'g', QLocale::FloatingPointShortest));
+                values.insert(it.key(), numberText(v.toDouble()));
             else if (v.isBool())
                 values.insert(it.key(), v.toBool() ? QStringLiteral("1") : QStringLiteral("0"));
             else if (v.isArray())

@@ -106,7 +106,7 @@ private slots:
     {
         const QString path = writeFile("sections.json", R"({
             "Exchange": {"sh": "SH", "ss": "SH", "sz": "SZ"},
-            "Numbers": {"int": 5, "real": 0.25, "tenth": 0.1, "big": 12345678901, "flag": true, "list": [1, 2]},
+            "Numbers": {"int": 5, "real": 0.25, "tenth": 0.1, "big": 12345678901, "million": 1000000, "debit": -2500000, "huge": 1e300, "flag": true, "list": [1, 2]},
             "NotASection": "text"
         })");
         qputenv("VANTOR_STATIC_CONFIG", path.toUtf8());
@@ -121,6 +121,9 @@ private slots:
         QCOMPARE(db->GetStaticCfgValue("Numbers", "real"), QString("0.25"));
         QCOMPARE(db->GetStaticCfgValue("Numbers", "tenth"), QString("0.1"));
         QCOMPARE(db->GetStaticCfgValue("Numbers", "big"), QString("12345678901"));
+        QCOMPARE(db->GetStaticCfgValue("Numbers", "million"), QString("1000000"));
+        QCOMPARE(db->GetStaticCfgValue("Numbers", "debit"), QString("-2500000"));
+        QCOMPARE(db->GetStaticCfgValue("Numbers", "huge"), QString("1e+300"));
         QCOMPARE(db->GetStaticCfgValue("Numbers", "flag"), QString("1"));
         QCOMPARE(db->GetStaticCfgValue("Numbers", "list"), QString("[1,2]"));
         QVERIFY(db->GetStaticValuesBySection("Missing").isEmpty());
