@@ -3,6 +3,7 @@
 #include <CEventMessageCommon.h>
 #include <CPackMessageCommon.h>
 #include <CUnPackMessageCommon.h>
+#include <LmCommonUtils.h>
 #include <LmCore.h>
 #include <LmEventBus.h>
 #include <LmMessageBox.h>
@@ -401,6 +402,31 @@ private slots:
         QCOMPARE(shown.first().title, QString("导出文件"));
         QCOMPARE(shown.first().type, 3);
         QCOMPARE(shown.first().flags, 2);
+    }
+
+    void delDirRemovesTheTreeNotWhatALinkPointsAt()
+    {
+        QTemporaryDir root;
+        QVERIFY(QDir(root.path()).mkpath("kept"));
+        QVERIFY(QDir(root.path()).mkpath("log/2026-01-02/sub"));
+        for (const char* f : {"kept/data.csv", "log/2026-01-02/a.log", "log/2026-01-02/sub/b.log"}) {
+            QFile file(root.filePath(f));
+            QVERIFY(file.open(QIODevice::WriteOnly));
+        }
+        // A log folder that is a link to a folder elsewhere: the link goes, the folder stays.
+        QVERIFY(QFile::link(root.filePath("kept"), root.filePath("log/2026-01-03")));
+        QVERIFY(QFile::link(root.filePath("kept"), root.filePath("log/2026-01-02/inner")));
+
+        QVERIFY(LmCommonUtils::DelDir(root.filePath("log/2026-01-03")));
+        QVERIFY(!QFileInfo(root.filePath("log/2026-01-03")).isSymLink());
+        QVERIFY(QFile::exists(root.filePath("kept/data.csv")));
+
+        QVERIFY(LmCommonUtils::DelDir(root.filePath("log/2026-01-02")));
+        QVERIFY(!QFileInfo::exists(root.filePath("log/2026-01-02")));
+        QVERIFY(QFile::exists(root.filePath("kept/data.csv")));
+
+        QVERIFY(LmCommonUtils::DelDir(root.filePath("log/missing")));
+        QVERIFY(!LmCommonUtils::DelDir(QString()));
     }
 
     void coreKeepsStateAndSettings()
