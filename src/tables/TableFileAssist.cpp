@@ -259,9 +259,7 @@ bool TableFileAssist::WriteTableData(const QList<QStringList>& data, const QStri
 {
     qCInfo(lcTables).noquote() << "TableFileAssist::WriteTableData"
                                << QStringLiteral("导出文件：%1，记录行数：%2，是否追加：%3")
-                                      .arg(fileName)
-                                      .arg(data.size())
-                                      .arg(append ? 1 : 0);
+                                      .arg(fileName, QString::number(data.size()), QString::number(append ? 1 : 0));
     if (data.isEmpty()) {
         err = QStringLiteral("无数据可写入！");
         return false;

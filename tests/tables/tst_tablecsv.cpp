@@ -375,6 +375,15 @@ private slots:
         QCOMPARE(err, QStringLiteral("多表格导出功能不支持csv格式导出"));
     }
 
+    // The export's log line names the file as it was given, percent signs and all.
+    void exportLogNamesTheFile()
+    {
+        const QString path = m_dir.filePath(QStringLiteral("涨幅%2前%3.csv"));
+        const QString line = QStringLiteral("TableFileAssist::WriteTableData 导出文件：%1，记录行数：2，是否追加：0").arg(path);
+        QTest::ignoreMessage(QtInfoMsg, QRegularExpression(QLatin1Char('^') + QRegularExpression::escape(line) + QLatin1Char('$')));
+        QVERIFY(VantorUtils::WriteTableData({{"h"}, {"1"}}, path, {}, false, ExportFileCodeUtf8, false));
+    }
+
     // Writing looks at the name's case, unlike reading: only a lower-case ".csv" is text,
     // and only lower-case ".csv" and ".txt" refuse several tables.
     void writeDispatchIsCaseSensitive_data()

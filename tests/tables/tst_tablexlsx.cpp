@@ -250,6 +250,20 @@ private slots:
         QCOMPARE(files, QStringList{QStringLiteral("导出表.xlsx")});
     }
 
+    // A name as long as a file name may be (255 bytes) is written, appended to and
+    // written with several sheets like any other.
+    void longestFileName()
+    {
+        const QString path = m_dir.filePath(QString(83, QChar(0x957F)) + QStringLiteral("x.xlsx"));
+        QCOMPARE(QFile::encodeName(QFileInfo(path).fileName()).size(), 255);
+        QString err;
+        QVERIFY2(VantorUtils::WriteTableData({{"h"}, {"1"}}, path, {}, false, ExportFileCodeUtf8, false, err), qPrintable(err));
+        QVERIFY2(VantorUtils::WriteTableData({{"h"}, {"2"}}, path, {}, false, ExportFileCodeUtf8, true, err), qPrintable(err));
+        QCOMPARE(read(path, ReadAllRows, err), (Table{{"h"}, {"1"}, {"2"}}));
+        QVERIFY(VantorUtils::WriteTableDatas(path, {{"s", {{"h"}, {"3"}}}}, {}, err));
+        QCOMPARE(read(path, ReadAllRows, err), (Table{{"h"}, {"3"}}));
+    }
+
     void numericCellsReadBack_data()
     {
         QTest::addColumn<QString>("text");
