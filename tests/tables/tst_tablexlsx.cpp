@@ -443,6 +443,24 @@ private slots:
         QVERIFY(!QFile::exists(m_dir.filePath("nowhere/x.xlsx")));
     }
 
+    // Names holding %1-like marks appear in the read logs as they are.
+    void readLogsNameTheFileAndSheet()
+    {
+        const QString path = m_dir.filePath(QStringLiteral("涨幅%2前%5.xlsx"));
+        QVERIFY(VantorUtils::WriteTableDatas(path, {{"s%1", {{"h"}, {"1"}}}}, {}));
+        auto expect = [](const QString& line) {
+            QTest::ignoreMessage(QtInfoMsg, QRegularExpression(QLatin1Char('^') + QRegularExpression::escape(line) + QLatin1Char('$')));
+        };
+        const QString sheetLine = QStringLiteral(
+            "TableFileAssist::readSheet 读取Excel文件，文件名：%1，当前sheet：s%1，共计：2行，读取配置项：0，去除空行后共计：2行");
+        expect(QStringLiteral("TableFileAssist::readXslFile 读取单sheet文件：%1").arg(path));
+        expect(QString(sheetLine).replace(QStringLiteral("文件名：%1"), QStringLiteral("文件名：") + path));
+        QCOMPARE(VantorUtils::ReadTableData(path).size(), 2);
+        expect(QStringLiteral("TableFileAssist::ReadMultiSheetTables 读取多sheet表格文件，文件名：%1，sheet数目：1").arg(path));
+        expect(QString(sheetLine).replace(QStringLiteral("文件名：%1"), QStringLiteral("文件名：") + path));
+        QCOMPARE(VantorUtils::ReadMultiSheetTables(path, ReadAllRows).size(), 1);
+    }
+
     // Plug-ins export from worker threads: each thread writes, appends and reads its own
     // files while the others do the same (run under TSan as well).
     void tableFilesOnSeveralThreads()
