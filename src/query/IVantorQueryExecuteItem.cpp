@@ -126,9 +126,8 @@ void IVantorQueryExecuteItem::run()
                     if (present < rowsThisPage) {
                         qCWarning(lcQuery).noquote() << "IVantorQueryExecuteItem::run"
                                                      << QStringLiteral("功能号%1应答声明%2行数据，实际只有%3行")
-                                                            .arg(id)
-                                                            .arg(rowsThisPage)
-                                                            .arg(qMax(present, 0));
+                                                            .arg(id, QString::number(rowsThisPage),
+                                                                 QString::number(qMax(present, 0)));
                     }
                     for (int i = 1; i <= present; ++i) {
                         unpacker.SetCurrentRow(i);

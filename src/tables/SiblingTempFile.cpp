@@ -5,6 +5,7 @@
 #include <QRandomGenerator>
 
 #include <cerrno>
+#include <climits>
 #include <cstdio>
 
 #include <fcntl.h>
@@ -48,9 +49,14 @@ bool SiblingTempFile::create()
         m_readOnly = true;
         return false;
     }
+    // The temporary name adds a dot before the target's name and a dot and six letters
+    // after it; a target name near the length limit is cut to leave room for them.
+    QString base = info.fileName();
+    while (base.size() > 1 && QFile::encodeName(base).size() > NAME_MAX - 8)
+        base.chop(base.size() > 2 && base.at(base.size() - 1).isLowSurrogate() ? 2 : 1);
     static const char kLetters[] = "abcdefghijklmnopqrstuvwxyzABCDEFGHIJKLMNOPQRSTUVWXYZ0123456789";
     for (int attempt = 0; attempt < 100; ++attempt) {
-        QString name = info.absolutePath() + QLatin1String("/.") + info.fileName() + QLatin1Char('.');
+        QString name = info.absolutePath() + QLatin1String("/.") + base + QLatin1Char('.');
         for (int i = 0; i < 6; ++i)
             name += QLatin1Char(kLetters[QRandomGenerator::global()->bounded(int(sizeof(kLetters) - 1))]);
         // Made as any new file is (the user's umask applies), or with the permissions of the

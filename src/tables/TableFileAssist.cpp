@@ -77,10 +77,8 @@ void logCsvRead(const QString& fileName, const CsvTableReader::Result& result, R
 {
     qCInfo(lcTables).noquote() << "TableFileAssist::readCsvFile"
                                << QStringLiteral("读取csv文件，文件名：%1，共计：%2行，读取配置项：%3，去除空行后共计：%4行")
-                                      .arg(fileName)
-                                      .arg(result.linesRead)
-                                      .arg(int(cfg))
-                                      .arg(result.rows.size());
+                                      .arg(fileName, QString::number(result.linesRead), QString::number(int(cfg)),
+                                           QString::number(result.rows.size()));
 }
 } // namespace
 
@@ -216,11 +214,8 @@ QList<QStringList> TableFileAssist::readSheet(XlsxWorkbookReader& book, int shee
         err = collector.formulaError;
     qCInfo(lcTables).noquote() << "TableFileAssist::readSheet"
                                << QStringLiteral("读取Excel文件，文件名：%1，当前sheet：%5，共计：%2行，读取配置项：%3，去除空行后共计：%4行")
-                                      .arg(fileName)
-                                      .arg(lastRow)
-                                      .arg(int(cfg))
-                                      .arg(rows.size())
-                                      .arg(book.sheets().at(sheet).name);
+                                      .arg(fileName, QString::number(lastRow), QString::number(int(cfg)),
+                                           QString::number(rows.size()), book.sheets().at(sheet).name);
     return rows;
 }
 
@@ -233,7 +228,7 @@ QList<QPair<QString, QList<QStringList>>> TableFileAssist::ReadMultiSheetTables(
     QString err;
     if (!QFileInfo::exists(fileName)) {
         qCInfo(lcTables).noquote() << "TableFileAssist::ReadMultiSheetTables"
-                                   << QStringLiteral("读取多sheet表格文件，文件名：%1，sheet数目：%2").arg(fileName).arg(0);
+                                   << QStringLiteral("读取多sheet表格文件，文件名：%1，sheet数目：%2").arg(fileName, QStringLiteral("0"));
         return result;
     }
     if (!book.open(fileName, err)) {
@@ -242,8 +237,7 @@ QList<QPair<QString, QList<QStringList>>> TableFileAssist::ReadMultiSheetTables(
     }
     qCInfo(lcTables).noquote() << "TableFileAssist::ReadMultiSheetTables"
                                << QStringLiteral("读取多sheet表格文件，文件名：%1，sheet数目：%2")
-                                      .arg(fileName)
-                                      .arg(book.sheets().size());
+                                      .arg(fileName, QString::number(book.sheets().size()));
     for (int i = 0; i < book.sheets().size(); ++i) {
         QString localErr;
         const QList<QStringList> rows = book.sheets().at(i).chart ? QList<QStringList>()
@@ -259,9 +253,7 @@ bool TableFileAssist::WriteTableData(const QList<QStringList>& data, const QStri
 {
     qCInfo(lcTables).noquote() << "TableFileAssist::WriteTableData"
                                << QStringLiteral("导出文件：%1，记录行数：%2，是否追加：%3")
-                                      .arg(fileName)
-                                      .arg(data.size())
-                                      .arg(append ? 1 : 0);
+                                      .arg(fileName, QString::number(data.size()), QString::number(append ? 1 : 0));
     if (data.isEmpty()) {
         err = QStringLiteral("无数据可写入！");
         return false;

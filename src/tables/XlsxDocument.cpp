@@ -71,8 +71,8 @@ double givenWidthFromStored(double stored)
 }
 
 // The name a sheet is given for a proposed one: the characters a sheet name cannot hold
-// (/ \ ? * [ ] :) become spaces, so does an apostrophe at either end, and it is cut to
-// 31 characters. A name given in apostrophes ('name') loses them first.
+// (/ \ ? * [ ] : and control characters) become spaces, so does an apostrophe at either
+// end, and it is cut to 31 characters. A name given in apostrophes ('name') loses them first.
 QString safeSheetName(const QString& proposal)
 {
     QString name = proposal;
@@ -92,6 +92,10 @@ QString safeSheetName(const QString& proposal)
             c = QLatin1Char(' ');
             break;
         default:
+            // Control characters: a NUL would end the name, the others no XML may hold
+            // or its readers turn into spaces anyway.
+            if (c.unicode() < 0x20 || c.unicode() == 0xFFFE || c.unicode() == 0xFFFF)
+                c = QLatin1Char(' ');
             break;
         }
     }

@@ -42,8 +42,9 @@ public:
 
     QStringList sheetNames() const;
     // False when a sheet of that name (compared without case) already exists.
-    // The name is made acceptable first: / \ ? * [ ] : and an apostrophe at either end
-    // become spaces, and it is cut to 31 characters. Sheets are found by either form.
+    // The name is made acceptable first: / \ ? * [ ] :, control characters and an
+    // apostrophe at either end become spaces, and it is cut to 31 characters. Sheets are
+    // found by either form.
     bool addSheet(const QString& name);
     bool selectSheet(const QString& name);
     bool deleteSheet(const QString& name);

@@ -375,6 +375,18 @@ private slots:
         QCOMPARE(err, QStringLiteral("多表格导出功能不支持csv格式导出"));
     }
 
+    // The export's log line names the file as it was given, percent signs and all.
+    void exportLogNamesTheFile() // and so does the read log
+    {
+        const QString path = m_dir.filePath(QStringLiteral("涨幅%2前%3.csv"));
+        const QString line = QStringLiteral("TableFileAssist::WriteTableData 导出文件：%1，记录行数：2，是否追加：0").arg(path);
+        QTest::ignoreMessage(QtInfoMsg, QRegularExpression(QLatin1Char('^') + QRegularExpression::escape(line) + QLatin1Char('$')));
+        QVERIFY(VantorUtils::WriteTableData({{"h"}, {"1"}}, path, {}, false, ExportFileCodeUtf8, false));
+        const QString read = QStringLiteral("TableFileAssist::readCsvFile 读取csv文件，文件名：%1，共计：2行，读取配置项：0，去除空行后共计：2行").arg(path);
+        QTest::ignoreMessage(QtInfoMsg, QRegularExpression(QLatin1Char('^') + QRegularExpression::escape(read) + QLatin1Char('$')));
+        QCOMPARE(VantorUtils::ReadTableData(path).size(), 2);
+    }
+
     // Writing looks at the name's case, unlike reading: only a lower-case ".csv" is text,
     // and only lower-case ".csv" and ".txt" refuse several tables.
     void writeDispatchIsCaseSensitive_data()

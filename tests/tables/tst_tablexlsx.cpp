@@ -250,6 +250,20 @@ private slots:
         QCOMPARE(files, QStringList{QStringLiteral("导出表.xlsx")});
     }
 
+    // A name as long as a file name may be (255 bytes) is written, appended to and
+    // written with several sheets like any other.
+    void longestFileName()
+    {
+        const QString path = m_dir.filePath(QString(83, QChar(0x957F)) + QStringLiteral("x.xlsx"));
+        QCOMPARE(QFile::encodeName(QFileInfo(path).fileName()).size(), 255);
+        QString err;
+        QVERIFY2(VantorUtils::WriteTableData({{"h"}, {"1"}}, path, {}, false, ExportFileCodeUtf8, false, err), qPrintable(err));
+        QVERIFY2(VantorUtils::WriteTableData({{"h"}, {"2"}}, path, {}, false, ExportFileCodeUtf8, true, err), qPrintable(err));
+        QCOMPARE(read(path, ReadAllRows, err), (Table{{"h"}, {"1"}, {"2"}}));
+        QVERIFY(VantorUtils::WriteTableDatas(path, {{"s", {{"h"}, {"3"}}}}, {}, err));
+        QCOMPARE(read(path, ReadAllRows, err), (Table{{"h"}, {"3"}}));
+    }
+
     void numericCellsReadBack_data()
     {
         QTest::addColumn<QString>("text");
@@ -427,6 +441,24 @@ private slots:
         // The save result is deliberately not looked at: a folder that does not exist still "succeeds".
         QVERIFY(VantorUtils::WriteTableDatas(m_dir.filePath("nowhere/x.xlsx"), sheets, {}, err));
         QVERIFY(!QFile::exists(m_dir.filePath("nowhere/x.xlsx")));
+    }
+
+    // Names holding %1-like marks appear in the read logs as they are.
+    void readLogsNameTheFileAndSheet()
+    {
+        const QString path = m_dir.filePath(QStringLiteral("涨幅%2前%5.xlsx"));
+        QVERIFY(VantorUtils::WriteTableDatas(path, {{"s%1", {{"h"}, {"1"}}}}, {}));
+        auto expect = [](const QString& line) {
+            QTest::ignoreMessage(QtInfoMsg, QRegularExpression(QLatin1Char('^') + QRegularExpression::escape(line) + QLatin1Char('$')));
+        };
+        const QString sheetLine = QStringLiteral(
+            "TableFileAssist::readSheet 读取Excel文件，文件名：%1，当前sheet：s%1，共计：2行，读取配置项：0，去除空行后共计：2行");
+        expect(QStringLiteral("TableFileAssist::readXslFile 读取单sheet文件：%1").arg(path));
+        expect(QString(sheetLine).replace(QStringLiteral("文件名：%1"), QStringLiteral("文件名：") + path));
+        QCOMPARE(VantorUtils::ReadTableData(path).size(), 2);
+        expect(QStringLiteral("TableFileAssist::ReadMultiSheetTables 读取多sheet表格文件，文件名：%1，sheet数目：1").arg(path));
+        expect(QString(sheetLine).replace(QStringLiteral("文件名：%1"), QStringLiteral("文件名：") + path));
+        QCOMPARE(VantorUtils::ReadMultiSheetTables(path, ReadAllRows).size(), 1);
     }
 
     // Plug-ins export from worker threads: each thread writes, appends and reads its own

@@ -45,6 +45,10 @@ private slots:
         QTest::newRow("a character beyond the BMP is not split")
             << QStringList{QString(30, 'x') + QString::fromUtf8("\xF0\x9F\x98\x80") + "z"}
             << QStringList{QString(30, 'x') + QString::fromUtf8("\xF0\x9F\x98\x80")};
+        QTest::newRow("control characters") << QStringList{"a\tb\nc", QString("d") + QChar(1) + "e"}
+                                            << QStringList{"a b c", "d e"};
+        QTest::newRow("a NUL does not cut the name") << QStringList{QString("x") + QChar(0) + "y", "x"}
+                                                     << QStringList{"x y", "x"};
     }
 
     void sheetNamesMadeAcceptable()
