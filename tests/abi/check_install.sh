@@ -1,6 +1,7 @@
 #!/usr/bin/env bash
 # Installs the build into a fresh prefix (with a space in its name, as "Program Files"
-# has) and checks that pkg-config finds the headers and libraries of that prefix.
+# has) and checks that pkg-config finds the headers and libraries of that prefix and that
+# the installed programs find the libraries installed beside them.
 set -euo pipefail
 cmake="$1"
 build="$2"
@@ -19,4 +20,13 @@ for f in "$includedir/VantorUtils.h" "$includedir/LmPresenterClass.h" "$libdir/l
     exit 1
   fi
 done
-echo "vantorutils.pc of $prefix points at its own headers and libraries"
+for program in "$prefix"/bin/*; do
+  [ -x "$program" ] || continue
+  missing=$(env -u LD_LIBRARY_PATH ldd "$program" | grep 'not found' || true)
+  if [ -n "$missing" ]; then
+    echo "the installed $(basename "$program") does not find its libraries:"
+    echo "$missing"
+    exit 1
+  fi
+done
+echo "the installation in $prefix finds its own headers and libraries"
