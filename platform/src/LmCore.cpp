@@ -2,6 +2,7 @@
 
 #include "CBusinessDataBase.h"
 #include "CDataBase.h"
+#include "PlatformLogging.h"
 #include "VantorAppDir.h"
 
 #include <QDir>
@@ -62,6 +63,9 @@ void LmCore::setSettings(const QString& key, const QVariant& value, const QStrin
     QSettings ini(path, QSettings::IniFormat);
     ini.setValue(settingKey(group, key), value);
     ini.sync();
+    if (ini.status() != QSettings::NoError)
+        qCWarning(lcPlatform).noquote() << "LmCore::setSettings" << "cannot write the settings file" << path << "-"
+                                        << settingKey(group, key) << "is not kept";
 }
 
 QString LmCore::getOrderStation() const

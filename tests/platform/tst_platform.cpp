@@ -447,6 +447,13 @@ private slots:
         QCOMPARE(core->settings("showType", 0, "Trade").toInt(), 0);
         CBusinessDataBase::GetInstance()->SetLoginAccount("");
 
+        // An application directory that cannot hold the settings: the write is reported.
+        qputenv("VANTOR_APP_DIR", writeFile("not-a-folder", "x").toUtf8());
+        QTest::ignoreMessage(QtWarningMsg, QRegularExpression("LmCore::setSettings cannot write the settings"));
+        core->setSettings("showType", 1, "Trade");
+        QCOMPARE(core->settings("showType", 0, "Trade").toInt(), 0);
+        qputenv("VANTOR_APP_DIR", m_dir.path().toUtf8());
+
         LmCore::SetAppVersion("3.2.1");
         QCOMPARE(LmCore::GetAppVersion(), QString("3.2.1"));
         core->setOrderStation("PC;IIP=1");
