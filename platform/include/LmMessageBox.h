@@ -14,6 +14,8 @@ class QWidget;
 // question with Yes/No; exec() answers 1 for the affirmative button and 0 otherwise.
 // With an answering hook installed (tests, command-line tools) nothing is shown: the
 // hook answers. Without a hook and without a GUI application, exec() logs and answers 0.
+// Called on a worker thread, exec() shows the box on the application's thread and waits
+// for the answer there (that thread must be free to run its event loop).
 class VANTORPLATFORM_EXPORT LmMessageBox
 {
 public:

@@ -5,10 +5,21 @@
 #include <QApplication>
 #include <QMessageBox>
 #include <QMutex>
+#include <QThread>
 
 namespace {
 QMutex g_hookMutex;
 LmMessageBox::AnswerHook g_hook;
+
+int showBox(const QString& title, const QString& text, int type, QWidget* parent, bool moved, const QPoint& pos)
+{
+    QMessageBox box(type == 3 ? QMessageBox::Question : QMessageBox::Information, title, text,
+                    type == 3 ? (QMessageBox::Yes | QMessageBox::No) : QMessageBox::Ok, parent);
+    if (moved)
+        box.move(pos);
+    const int answer = box.exec();
+    return (answer == QMessageBox::Yes || answer == QMessageBox::Ok) ? 1 : 0;
+}
 } // namespace
 
 LmMessageBox::LmMessageBox(const QString& title, const QString& text, int type, QWidget* parent, int flags)
@@ -50,10 +61,13 @@ int LmMessageBox::exec()
         qCInfo(lcPlatform).noquote() << "LmMessageBox::exec" << m_title << m_text << "(no GUI, not shown)";
         return 0;
     }
-    QMessageBox box(m_type == 3 ? QMessageBox::Question : QMessageBox::Information, m_title, m_text,
-                    m_type == 3 ? (QMessageBox::Yes | QMessageBox::No) : QMessageBox::Ok, m_parent);
-    if (m_moved)
-        box.move(m_pos);
-    const int answer = box.exec();
-    return (answer == QMessageBox::Yes || answer == QMessageBox::Ok) ? 1 : 0;
+    QCoreApplication* app = QCoreApplication::instance();
+    if (QThread::currentThread() == app->thread())
+        return showBox(m_title, m_text, m_type, m_parent, m_moved, m_pos);
+    // Widgets live on the application's thread: a box asked for on a worker (an export
+    // from a worker thread, say) is shown there, and the worker waits for the answer.
+    int answer = 0;
+    QMetaObject::invokeMethod(
+        app, [&] { answer = showBox(m_title, m_text, m_type, m_parent, m_moved, m_pos); }, Qt::BlockingQueuedConnection);
+    return answer;
 }

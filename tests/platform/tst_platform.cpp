@@ -13,6 +13,9 @@
 #include <VantorAppDir.h>
 #include <ZentraFields.h>
 
+#include <QAbstractButton>
+#include <QApplication>
+#include <QMessageBox>
 #include <QSignalSpy>
 #include <QTemporaryDir>
 #include <QtTest>
@@ -402,6 +405,29 @@ private slots:
         QCOMPARE(shown.first().title, QString("导出文件"));
         QCOMPARE(shown.first().type, 3);
         QCOMPARE(shown.first().flags, 2);
+    }
+
+    // A box asked for on a worker thread is built and shown on the application's thread;
+    // the worker gets the answer.
+    void messageBoxFromAWorkerShowsOnTheApplicationThread()
+    {
+        if (!qobject_cast<QApplication*>(QCoreApplication::instance()))
+            QSKIP("needs a GUI application");
+        std::atomic<int> answer{-1};
+        QThread* shownOn = nullptr;
+        QTimer closer;
+        closer.setInterval(10);
+        connect(&closer, &QTimer::timeout, this, [&] {
+            if (auto* box = qobject_cast<QMessageBox*>(QApplication::activeModalWidget())) {
+                shownOn = box->thread();
+                box->button(QMessageBox::Ok)->click();
+            }
+        });
+        closer.start();
+        std::thread worker([&] { answer = LmMessageBox("导出文件", "文件已经打开无法重写 请关闭文件后再试", 1, nullptr, 0).exec(); });
+        QTRY_COMPARE_WITH_TIMEOUT(answer.load(), 1, 10000);
+        worker.join();
+        QCOMPARE(shownOn, QCoreApplication::instance()->thread());
     }
 
     void delDirRemovesTheTreeNotWhatALinkPointsAt()
