@@ -218,36 +218,39 @@ GatewayService::Outcome GatewayService::cancelOrder(const QVariantMap& head)
 
 GatewayService::Outcome GatewayService::control(const QVariantMap& head)
 {
-    // Every value is checked before anything changes: a refused request changes nothing.
-    double probe = 0;
-    if (!setting(head, Ctl::latencyMs, 0, std::numeric_limits<int>::max(), &probe))
+    // Every value is read and checked before anything changes: a refused request changes
+    // nothing. A value left out stays -1, below every valid one.
+    double latency = -1;
+    if (!setting(head, Ctl::latencyMs, 0, std::numeric_limits<int>::max(), &latency))
         return failed(QStringLiteral("%1无效：%2，应为不小于0的毫秒数")
                           .arg(QLatin1String(Ctl::latencyMs), head.value(QLatin1String(Ctl::latencyMs)).toString()));
-    for (const char* key : {Ctl::failRate, Ctl::noreplyRate, Ctl::dropRate}) {
-        if (!setting(head, key, 0, 1, &probe))
-            return failed(QStringLiteral("%1无效：%2，应为0到1之间的数").arg(QLatin1String(key), head.value(QLatin1String(key)).toString()));
+    const char* const rateKeys[] = {Ctl::failRate, Ctl::noreplyRate, Ctl::dropRate};
+    double rates[] = {-1, -1, -1};
+    for (int i = 0; i < 3; ++i) {
+        if (!setting(head, rateKeys[i], 0, 1, &rates[i]))
+            return failed(QStringLiteral("%1无效：%2，应为0到1之间的数")
+                              .arg(QLatin1String(rateKeys[i]), head.value(QLatin1String(rateKeys[i])).toString()));
     }
     if (head.value(QLatin1String(Ctl::reset)).toBool())
         m_faults.reset();
     const QString target = head.value(QLatin1String(Ctl::targetFunction)).toString();
     GatewayFaultRates r = target.isEmpty() ? m_faults.global() : m_faults.rates(target);
-    double latency = r.latencyMs;
-    setting(head, Ctl::latencyMs, 0, std::numeric_limits<int>::max(), &latency);
-    r.latencyMs = int(latency);
-    setting(head, Ctl::failRate, 0, 1, &r.failRate);
-    setting(head, Ctl::noreplyRate, 0, 1, &r.noreplyRate);
-    setting(head, Ctl::dropRate, 0, 1, &r.dropRate);
+    if (latency >= 0)
+        r.latencyMs = int(latency);
+    double* const fields[] = {&r.failRate, &r.noreplyRate, &r.dropRate};
+    for (int i = 0; i < 3; ++i) {
+        if (rates[i] >= 0)
+            *fields[i] = rates[i];
+    }
     if (target.isEmpty())
         m_faults.setGlobal(r);
     else
         m_faults.setForFunction(target, r);
     qCInfo(lcGateway).noquote() << "GatewayService::control"
                                 << QStringLiteral("功能号%1：延迟%2ms，失败率%3，无应答率%4，断线率%5")
-                                       .arg(target.isEmpty() ? QStringLiteral("全部") : target)
-                                       .arg(r.latencyMs)
-                                       .arg(r.failRate)
-                                       .arg(r.noreplyRate)
-                                       .arg(r.dropRate);
+                                       .arg(target.isEmpty() ? QStringLiteral("全部") : target, QString::number(r.latencyMs),
+                                            QString::number(r.failRate), QString::number(r.noreplyRate),
+                                            QString::number(r.dropRate));
     Outcome out;
     out.message = GatewayReply::fromRows({});
     return out;
