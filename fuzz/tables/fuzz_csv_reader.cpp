@@ -3,7 +3,8 @@
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size)
 {
-    const QString path = fuzzInputFile(".csv", data, size);
+    const FuzzInputFile input(".csv", data, size);
+    const QString& path = input.path();
     QString err;
     VantorUtils::ReadTableData(path, (size & 1) ? SkipEmptyRows : ReadAllRows, err);
     VantorUtils::ChargeFileCodec(path);

@@ -186,7 +186,8 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size)
     const std::string package = buildPackage(parts, given);
     if (package.empty())
         return 0;
-    const QString path = fuzzInputFile(".xlsx", reinterpret_cast<const uint8_t*>(package.data()), package.size());
+    const FuzzInputFile input(".xlsx", reinterpret_cast<const uint8_t*>(package.data()), package.size());
+    const QString& path = input.path();
     QString err;
     VantorUtils::ReadTableData(path, ReadAllRows, err);
     VantorUtils::ReadMultiSheetTables(path, SkipEmptyRows);

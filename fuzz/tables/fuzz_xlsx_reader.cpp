@@ -3,7 +3,8 @@
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size)
 {
-    const QString path = fuzzInputFile(".xlsx", data, size);
+    const FuzzInputFile input(".xlsx", data, size);
+    const QString& path = input.path();
     QString err;
     VantorUtils::ReadTableData(path, ReadAllRows, err);
     VantorUtils::ReadMultiSheetTables(path, SkipEmptyRows);
