@@ -1,10 +1,13 @@
 #include "CsvTableReader.h"
 
+#include "TableFileSeam.h"
 #include "TableTextDecoder.h"
 
 #include <QFile>
 #include <QThread>
 #include <QVector>
+
+#include <cerrno>
 
 #include <algorithm>
 #include <atomic>
@@ -12,6 +15,8 @@
 #include <system_error>
 #include <thread>
 #include <vector>
+
+#include <unistd.h>
 
 namespace {
 
@@ -144,7 +149,10 @@ CsvTableReader::Status CsvTableReader::read(const QString& fileName, const QByte
     // one after another, so that a thread held up for a while leaves its share to the
     // others; the rows are put back together in the file's order.
     QVector<qint64> starts{0};
-    if (size >= kSplitBytes && threads > 1 && TableTextDecoder(codec, strict).cutsAtLineFeed()) {
+    // The pieces read the file through its descriptor, which a file kept in the program's
+    // resources does not have: such a file is read whole.
+    const bool positioned = file.handle() >= 0;
+    if (size >= kSplitBytes && threads > 1 && positioned && TableTextDecoder(codec, strict).cutsAtLineFeed()) {
         const int pieces = int(qBound<qint64>(2, size / kPieceBytes, qint64(threads) * kPiecesPerThread));
         for (int k = 1; k < pieces && file.seek(size * k / pieces); ++k) {
             const QByteArray probe = file.read(1 << 20);
@@ -154,18 +162,39 @@ CsvTableReader::Status CsvTableReader::read(const QString& fileName, const QByte
                 starts.append(start);
         }
     }
-    file.close();
+    TableFileSeam::reach(TableFileSeam::CsvSizeTaken, fileName);
+    // Every piece is read from the file opened here, never by its name again: a writer
+    // may rename a new file over the name meanwhile, whose bytes would not fit the size
+    // and the line starts taken from this one.
     starts.append(size);
     const int count = starts.size() - 1;
-    if (count == 1)
-        return readRange(fileName, 0, size, codec, strict, cfg, result);
+    if (count == 1) {
+        const ReadAt readAt = [&file](qint64 offset, char* data, qint64 bytes) -> qint64 {
+            return file.seek(offset) ? file.read(data, bytes) : -1;
+        };
+        return readRange(readAt, 0, size, codec, strict, cfg, result);
+    }
+    // The pieces share the file's descriptor; positioned reads leave its offset alone.
+    const int fd = file.handle();
+    const ReadAt readAt = [fd](qint64 offset, char* data, qint64 bytes) -> qint64 {
+        qint64 done = 0;
+        while (done < bytes) {
+            const ssize_t got = ::pread(fd, data + done, size_t(bytes - done), off_t(offset + done));
+            if (got < 0 && errno == EINTR)
+                continue;
+            if (got <= 0)
+                return done > 0 ? done : qint64(got);
+            done += got;
+        }
+        return done;
+    };
 
     std::vector<Result> parts(static_cast<size_t>(count));
     std::vector<Status> statuses(size_t(count), OpenFailed);
     std::atomic<int> next{0};
     auto work = [&] {
         for (int i = next.fetch_add(1); i < count; i = next.fetch_add(1))
-            statuses[size_t(i)] = readRange(fileName, starts.at(i), starts.at(i + 1), codec, strict, cfg,
+            statuses[size_t(i)] = readRange(readAt, starts.at(i), starts.at(i + 1), codec, strict, cfg,
                                             parts[size_t(i)]);
     };
     std::vector<std::thread> workers;
@@ -195,14 +224,12 @@ CsvTableReader::Status CsvTableReader::read(const QString& fileName, const QByte
     return Ok;
 }
 
-CsvTableReader::Status CsvTableReader::readRange(const QString& fileName, qint64 begin, qint64 end,
+CsvTableReader::Status CsvTableReader::readRange(const ReadAt& readAt, qint64 begin, qint64 end,
                                                  const QByteArray& codec, bool strict, ReadTableCfg cfg,
                                                  Result& result)
 {
     result = Result();
-    QFile file(fileName);
-    if (!file.open(QIODevice::ReadOnly) || !file.seek(begin))
-        return OpenFailed;
+    qint64 position = begin;
     qint64 left = end - begin;
 
     TableTextDecoder decoder(codec, strict, begin > 0);
@@ -250,9 +277,10 @@ CsvTableReader::Status CsvTableReader::readRange(const QString& fileName, qint64
     };
 
     for (qint64 blockBytes = kFirstChunkBytes; left > 0; blockBytes = kChunkBytes) {
-        const qint64 got = file.read(chunk.data(), qMin(blockBytes, left));
+        const qint64 got = readAt(position, chunk.data(), qMin(blockBytes, left));
         if (got <= 0)
             break;
+        position += got;
         left -= got;
         if (!decoder.decode(chunk.constData(), int(got), text)) {
             result = Result();

@@ -7,6 +7,8 @@
 #include <QString>
 #include <QStringList>
 
+#include <functional>
+
 // Reads a comma-separated text file into rows of trimmed cells. The split is the plain
 // one the client has always used: every "," separates cells (no quote-aware parsing),
 // every double quote is dropped and each cell is trimmed. Line ends are "\n"; carriage
@@ -36,7 +38,10 @@ public:
     static constexpr int kMaxThreads = 4;
 
 private:
+    // Reads up to `size` bytes at `offset` of the file that is being read; fewer only at its
+    // end, negative on failure.
+    using ReadAt = std::function<qint64(qint64 offset, char* data, qint64 size)>;
     // Reads the lines of bytes [begin, end); `begin` is 0 or the start of a line.
-    static Status readRange(const QString& fileName, qint64 begin, qint64 end, const QByteArray& codec, bool strict,
+    static Status readRange(const ReadAt& readAt, qint64 begin, qint64 end, const QByteArray& codec, bool strict,
                             ReadTableCfg cfg, Result& result);
 };

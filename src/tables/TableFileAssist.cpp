@@ -2,6 +2,7 @@
 
 #include "CsvTableReader.h"
 #include "CsvTableWriter.h"
+#include "TableFileSeam.h"
 #include "TableTextDecoder.h"
 #include "VantorLogging.h"
 #include "XlsxDocument.h"
@@ -79,6 +80,16 @@ void logCsvRead(const QString& fileName, const CsvTableReader::Result& result, R
                                << QStringLiteral("读取csv文件，文件名：%1，共计：%2行，读取配置项：%3，去除空行后共计：%4行")
                                       .arg(fileName, QString::number(result.linesRead), QString::number(int(cfg)),
                                            QString::number(result.rows.size()));
+}
+
+// Removes the file that a fresh write replaces; false only when it is still there (held
+// open, say). A file that another writer removed first is gone all the same.
+bool removeOldFile(const QString& fileName)
+{
+    if (!QFile::exists(fileName))
+        return true;
+    TableFileSeam::reach(TableFileSeam::RemovingOldFile, fileName);
+    return QFile::remove(fileName) || !QFile::exists(fileName);
 }
 } // namespace
 
@@ -258,7 +269,7 @@ bool TableFileAssist::WriteTableData(const QList<QStringList>& data, const QStri
         err = QStringLiteral("无数据可写入！");
         return false;
     }
-    if (!append && QFile::exists(fileName) && !QFile::remove(fileName)) {
+    if (!append && !removeOldFile(fileName)) {
         const QString text = QStringLiteral("文件已经打开无法重写 请关闭文件后再试");
         if (showMessageBox) {
             LmMessageBox box(QStringLiteral("导出文件"), text, 1, nullptr, 0);
@@ -268,6 +279,8 @@ bool TableFileAssist::WriteTableData(const QList<QStringList>& data, const QStri
         err = text;
         return false;
     }
+    if (!append)
+        TableFileSeam::reach(TableFileSeam::OldFileRemoved, fileName);
     const QString codec = code == ExportFileCodeUtf8 ? QStringLiteral("UTF-8") : QStringLiteral("GB18030");
     if (fileName.endsWith(QLatin1String(".csv")))
         return writeCsvFile(data, fileName, codec, true, formats, append, err);
@@ -384,7 +397,9 @@ QMap<int, QString> TableFileAssist::buildColumnNumberFormats(const QList<QString
 bool TableFileAssist::writeXlsxFile(const QList<QStringList>& data, const QString& fileName,
                                     const QMap<int, ExportFormat>& formats, bool append, QString& err)
 {
-    XlsxDocument doc(fileName);
+    // Only an append takes in the workbook there: a fresh write removed the old one, and
+    // whatever another writer saved since is no part of this table.
+    XlsxDocument doc(fileName, append);
     if (doc.loadFailed()) {
         // The existing workbook cannot be read; it is left exactly as it is.
         qCWarning(lcTables).noquote() << "TableFileAssist::writeXlsxFile" << fileName << doc.loadError();
@@ -473,12 +488,13 @@ bool TableFileAssist::WriteTableDatas(const QString& fileName, const QList<QPair
         qCWarning(lcTables).noquote() << "TableFileAssist::WriteTableDatas" << QStringLiteral("WriteTableDatas不支持csv格式导出");
         return false;
     }
-    if (QFile::exists(fileName) && !QFile::remove(fileName)) {
+    if (!removeOldFile(fileName)) {
         err = QStringLiteral("文件导出失败，文件名：") + fileName;
         qCWarning(lcTables).noquote() << "TableFileAssist::WriteTableDatas" << err;
         return false;
     }
-    XlsxDocument doc(fileName);
+    TableFileSeam::reach(TableFileSeam::OldFileRemoved, fileName);
+    XlsxDocument doc(fileName, false);
     doc.deleteSheet(QStringLiteral("Sheet1"));
     // The sheets are made first, in order, so that a sheet named twice is known before any
     // row is written: its second table is written over its first, so it is held whole

@@ -780,12 +780,12 @@ struct XlsxDocument::Private {
     }
 };
 
-XlsxDocument::XlsxDocument(const QString& fileName)
+XlsxDocument::XlsxDocument(const QString& fileName, bool loadExisting)
     : d(std::make_unique<Private>())
     , m_fileName(fileName)
 {
     const QFileInfo info(fileName);
-    if (info.exists() && info.size() > 0) {
+    if (loadExisting && info.exists() && info.size() > 0) {
         XlsxWorkbookReader reader;
         QString err;
         if (!reader.open(fileName, err)) {

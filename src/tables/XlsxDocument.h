@@ -32,7 +32,9 @@ struct XlsxWriteFormat {
 class XlsxDocument
 {
 public:
-    explicit XlsxDocument(const QString& fileName);
+    // `loadExisting` false starts an empty workbook whatever the file holds now: a fresh
+    // write whose old file was removed must not take in one another writer saved since.
+    explicit XlsxDocument(const QString& fileName, bool loadExisting = true);
     ~XlsxDocument();
 
     // An existing file that could not be read: nothing may be saved over it.

@@ -1,6 +1,7 @@
 #include "VantorUtils.h"
 #include "tables/CsvTableReader.h"
 #include "tables/TableFileAssist.h"
+#include "tables/TableFileSeam.h"
 
 #include <LmMessageBox.h>
 
@@ -8,9 +9,40 @@
 #include <QTextCodec>
 #include <QtTest>
 
+#include <cstdio>
+
 using Table = QList<QStringList>;
 using Heads = QList<QMap<QString, QVariant>>;
 using Rows = QList<QMap<int, QMap<QString, QVariant>>>;
+
+namespace {
+QByteArray g_replacement;
+bool g_hookRan = false;
+
+// Another writer renames a new file over the name while a reader is between opening the
+// old one and reading its rows (once).
+void replaceWhileRead(TableFileSeam::Point point, const QString& fileName)
+{
+    if (point != TableFileSeam::CsvSizeTaken)
+        return;
+    TableFileSeam::setHook(nullptr);
+    g_hookRan = true;
+    QFile next(fileName + ".next");
+    if (next.open(QIODevice::WriteOnly) && next.write(g_replacement) == g_replacement.size()) {
+        next.close();
+        std::rename(QFile::encodeName(next.fileName()).constData(), QFile::encodeName(fileName).constData());
+    }
+}
+
+// Another writer removes the old file just before this writer does (once).
+void removeFirst(TableFileSeam::Point point, const QString& fileName)
+{
+    if (point != TableFileSeam::RemovingOldFile)
+        return;
+    TableFileSeam::setHook(nullptr);
+    g_hookRan = QFile::remove(fileName);
+}
+} // namespace
 
 class TestTableCsv : public QObject
 {
@@ -138,6 +170,38 @@ private slots:
         } else {
             QCOMPARE(rows, expected);
         }
+    }
+
+    // A reader gives the rows of the file it opened, whole, even when a writer renames
+    // another file over the name while it reads.
+    void readWhileReplaced_data()
+    {
+        QTest::addColumn<int>("lines");
+        QTest::newRow("read whole") << 20;
+        QTest::newRow("read in pieces") << 400000;
+    }
+
+    void readWhileReplaced()
+    {
+        QFETCH(int, lines);
+        QByteArray bytes;
+        Table expected;
+        g_replacement.clear();
+        for (int i = 0; i < lines; ++i) {
+            bytes += QByteArray::number(i) + ",old\n";
+            expected.append({QString::number(i), "old"});
+            g_replacement += "new," + QByteArray::number(i * 7) + ",x\n";
+        }
+        const QString path = writeBytes("replaced.csv", bytes);
+        g_hookRan = false;
+        TableFileSeam::setHook(&replaceWhileRead);
+        QString err;
+        const Table rows = VantorUtils::ReadTableData(path, ReadAllRows, err);
+        TableFileSeam::setHook(nullptr);
+        QVERIFY(g_hookRan);
+        QCOMPARE(readBytes(path), g_replacement);
+        QCOMPARE(rows.size(), expected.size());
+        QCOMPARE(rows, expected);
     }
 
     void everyTwoByteGb18030Character()
@@ -437,6 +501,41 @@ private slots:
         QVERIFY(QDir(dir.path()).mkpath("held.xlsx/inner"));
         QVERIFY(!VantorUtils::WriteTableDatas(dir.filePath("held.xlsx"), {{"s", {{"a"}}}}, {}, err));
         QCOMPARE(err, QStringLiteral("文件导出失败，文件名：") + dir.filePath("held.xlsx"));
+    }
+
+    // The old file is already gone when this writer comes to remove it (another writer
+    // removed it first): nothing is held open, and the table is written.
+    void oldFileRemovedByAnotherWriter_data()
+    {
+        QTest::addColumn<QString>("name");
+        QTest::addColumn<bool>("severalSheets");
+        QTest::newRow("csv") << "gone.csv" << false;
+        QTest::newRow("workbook") << "gone.xlsx" << false;
+        QTest::newRow("several sheets") << "gone-several.xlsx" << true;
+    }
+
+    void oldFileRemovedByAnotherWriter()
+    {
+        QFETCH(QString, name);
+        QFETCH(bool, severalSheets);
+        const QString path = m_dir.filePath(name);
+        const Table table{{"h"}, {"1"}};
+        QVERIFY(VantorUtils::WriteTableDatas(m_dir.filePath("old.xlsx"), {{"Sheet1", {{"old"}}}}, {}));
+        QVERIFY(QFile::copy(m_dir.filePath("old.xlsx"), path));
+        int shown = 0;
+        LmMessageBox::setAnswerHook([&](const LmMessageBox::Shown&) { ++shown; return 0; });
+        g_hookRan = false;
+        TableFileSeam::setHook(&removeFirst);
+        QString err;
+        const bool written = severalSheets
+            ? VantorUtils::WriteTableDatas(path, {{"Sheet1", table}}, {}, err)
+            : VantorUtils::WriteTableData(table, path, {}, true, ExportFileCodeUtf8, false, err);
+        TableFileSeam::setHook(nullptr);
+        LmMessageBox::clearAnswerHook();
+        QVERIFY(g_hookRan);
+        QVERIFY2(written, qPrintable(err));
+        QCOMPARE(shown, 0);
+        QCOMPARE(VantorUtils::ReadTableData(path, ReadAllRows, err), table);
     }
 
     void freshWriteLeavesNoTemporaryFiles()

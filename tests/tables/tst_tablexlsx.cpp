@@ -1,4 +1,5 @@
 #include "VantorUtils.h"
+#include "tables/TableFileSeam.h"
 #include "tables/XlsxDocument.h"
 #include "tables/XlsxSheetLayout.h"
 #include "tables/XlsxWorkbookReader.h"
@@ -31,6 +32,20 @@ using XlsxProbe::probe;
 
 namespace {
 const QString kCorpus = QStringLiteral(VANTOR_SOURCE_ROOT "/../shared/corpus/xlsx");
+
+bool g_otherWriterSaved = false;
+
+// Another writer saves its own, larger workbook at the name just after the old file was
+// removed for a fresh write (once).
+void otherWriterSavesMeanwhile(TableFileSeam::Point point, const QString& fileName)
+{
+    if (point != TableFileSeam::OldFileRemoved)
+        return;
+    TableFileSeam::setHook(nullptr);
+    g_otherWriterSaved = true;
+    const Table x{{"x1", "x2", "x3"}, {"x"}, {"x"}, {"x"}, {"x"}};
+    VantorUtils::WriteTableDatas(fileName, {{"Sheet1", x}, {"s", x}, {"other", {{"z"}}}}, {});
+}
 } // namespace
 
 class TestTableXlsx : public QObject
@@ -441,6 +456,33 @@ private slots:
         // The save result is deliberately not looked at: a folder that does not exist still "succeeds".
         QVERIFY(VantorUtils::WriteTableDatas(m_dir.filePath("nowhere/x.xlsx"), sheets, {}, err));
         QVERIFY(!QFile::exists(m_dir.filePath("nowhere/x.xlsx")));
+    }
+
+    // A workbook written afresh holds only what this write gave, even when another writer
+    // saved its own workbook at the name between the removal of the old one and this save.
+    void freshWriteIgnoresAnotherWritersWorkbook_data()
+    {
+        QTest::addColumn<bool>("severalSheets");
+        QTest::newRow("one table") << false;
+        QTest::newRow("several tables") << true;
+    }
+
+    void freshWriteIgnoresAnotherWritersWorkbook()
+    {
+        QFETCH(bool, severalSheets);
+        const QString path = m_dir.filePath(QStringLiteral("raced%1.xlsx").arg(severalSheets));
+        const QList<QPair<QString, Table>> mine{{severalSheets ? "s" : "Sheet1", {{"h"}, {"1"}}}};
+        QVERIFY(VantorUtils::WriteTableDatas(path, {{"old", {{"o"}}}}, {}));
+        g_otherWriterSaved = false;
+        TableFileSeam::setHook(&otherWriterSavesMeanwhile);
+        QString err;
+        const bool written = severalSheets ? VantorUtils::WriteTableDatas(path, mine, {}, err)
+                                           : VantorUtils::WriteTableData(mine.first().second, path, {}, false,
+                                                                         ExportFileCodeUtf8, false, err);
+        TableFileSeam::setHook(nullptr);
+        QVERIFY(g_otherWriterSaved);
+        QVERIFY2(written, qPrintable(err));
+        QCOMPARE(VantorUtils::ReadMultiSheetTables(path, ReadAllRows), mine);
     }
 
     // Names holding %1-like marks appear in the read logs as they are.
