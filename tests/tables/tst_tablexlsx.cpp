@@ -259,6 +259,8 @@ private slots:
             && VantorUtils::WriteTableData({{"h"}, {"2"}}, path, {}, false, ExportFileCodeUtf8, true, err);
         const Table back = read(path, ReadAllRows, err);
         const QStringList files = QDir(m_dir.path()).entryList({QStringLiteral("*导出表*")}, QDir::Files | QDir::Hidden);
+        // Removed under the same locale, or its name would not decode when the folder goes.
+        QFile::remove(path);
         QTextCodec::setCodecForLocale(before);
         QVERIFY2(written, qPrintable(err));
         QCOMPARE(back, (Table{{"h"}, {"1"}, {"2"}}));
