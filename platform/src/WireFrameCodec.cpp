@@ -64,8 +64,26 @@ void putHead(QByteArray& out, quint8 major, quint64 value)
     out.append(bytes, n);
 }
 
+// Encoding stops once the output has passed the largest frame and its length field: such
+// a frame is refused whole anyway, and a message that repeats one long text many times
+// would otherwise ask for more than a byte array can hold. The output is then left one
+// byte beyond that size, so that it still reads as too large.
+constexpr qint64 largestOutput = WireFrameCodec::maxFrameSize + 4;
+
+bool pastFrameLimit(QByteArray& out, qint64 adding)
+{
+    if (qint64(out.size()) + adding <= largestOutput)
+        return false;
+    if (out.size() <= largestOutput)
+        out.resize(int(largestOutput) + 1);
+    return true;
+}
+
 void putText(QByteArray& out, const QString& text)
 {
+    // UTF-8 takes at least one byte for each UTF-16 unit.
+    if (pastFrameLimit(out, text.size()))
+        return;
     const QByteArray utf8 = text.toUtf8();
     putHead(out, 3, quint64(utf8.size()));
     out.append(utf8);
@@ -110,6 +128,8 @@ void putMap(QByteArray& out, const Map& map)
 
 void putVariant(QByteArray& out, const QVariant& v)
 {
+    if (pastFrameLimit(out, 0))
+        return;
     switch (v.userType()) {
     case QMetaType::QVariantList: {
         const QVariantList& list = *static_cast<const QVariantList*>(v.constData());
@@ -136,6 +156,8 @@ void putVariant(QByteArray& out, const QVariant& v)
         return;
     case QMetaType::QByteArray: {
         const QByteArray& bytes = *static_cast<const QByteArray*>(v.constData());
+        if (pastFrameLimit(out, bytes.size()))
+            return;
         putHead(out, 2, quint64(bytes.size()));
         out.append(bytes);
         return;
@@ -185,7 +207,7 @@ void putVariant(QByteArray& out, const QVariant& v)
 QByteArray envelopeHead(qint64 id, const QString& kind, const QString& type, const QString& src, qsizetype bodyHint)
 {
     QByteArray out;
-    out.reserve(64 + type.size() + src.size() + bodyHint);
+    out.reserve(int(qMin(qint64(64) + type.size() + src.size() + bodyHint, largestOutput + 64)));
     out.append(4, '\0'); // length, patched once the frame is complete
     out.append(char(0xa5)); // map of five pairs
     putKey(out, "id", 2);

@@ -654,8 +654,18 @@ private slots:
         QVERIFY(call(good, Fn::funds).ok());
     }
 
+    void oversizedRequestFailsAloneAndKeepsTheConnection_data()
+    {
+        QTest::addColumn<QVariant>("blob");
+        QTest::newRow("64 MiB of bytes") << QVariant(QByteArray(int(WireFrameCodec::maxFrameSize), 'x'));
+        // Little to hold, but more than a byte array takes once encoded.
+        const QString text(1 << 20, QLatin1Char('x'));
+        QTest::newRow("one text 2100 times") << QVariant(QStringList(QVector<QString>(2100, text).toList()));
+    }
+
     void oversizedRequestFailsAloneAndKeepsTheConnection()
     {
+        QFETCH(QVariant, blob);
         GatewayFaultRates slow;
         slow.latencyMs = 1500;
         GatewayServer gateway(options(5, 7, slow));
@@ -664,8 +674,7 @@ private slots:
         QVERIFY(call(transport, Fn::funds).ok()); // the connection is open
         std::atomic<int> inFlight{-1};
         std::thread other([&] { inFlight = call(transport, Fn::funds).ok() ? 1 : 0; });
-        const QVariantMap huge{{QStringLiteral("blob"), QByteArray(int(WireFrameCodec::maxFrameSize), 'x')}};
-        const Answer a = call(transport, Fn::funds, {huge});
+        const Answer a = call(transport, Fn::funds, {QVariantMap{{QStringLiteral("blob"), blob}}});
         other.join();
         QCOMPARE(a.result, 2);
         QVERIFY2(a.text().contains(QStringLiteral("过大")), qPrintable(a.text()));

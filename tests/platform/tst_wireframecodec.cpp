@@ -131,6 +131,56 @@ private slots:
         QCOMPARE(alone.toJsonValue(), expected.toJsonValue());
     }
 
+    void framesAroundTheSizeLimit_data()
+    {
+        QTest::addColumn<QVariant>("msg");
+        QTest::addColumn<qint64>("blob"); // bytes of one byte-array message; -1 when msg is given
+        QTest::addColumn<bool>("fits");
+        // One shared text, cheap to hold, but beyond what one byte array can take encoded.
+        const QString text(1 << 20, QLatin1Char('x'));
+        const QByteArray bytes = text.toLatin1();
+        QVariantList texts;
+        QVariantList blobs;
+        for (int i = 0; i < 2100; ++i) {
+            texts.append(text);
+            blobs.append(bytes);
+        }
+        QTest::newRow("a text repeated past 2 GiB") << QVariant(texts) << qint64(-1) << false;
+        QTest::newRow("a string list likewise") << QVariant(QStringList(QVector<QString>(2100, text).toList())) << qint64(-1)
+                                                << false;
+        QTest::newRow("byte arrays likewise") << QVariant(QVariantList{QVariantMap{{"rows", blobs}}}) << qint64(-1) << false;
+        QTest::newRow("frame exactly at the limit") << QVariant() << qint64(0) << true;
+        QTest::newRow("frame one byte over") << QVariant() << qint64(1) << false;
+    }
+
+    void framesAroundTheSizeLimit()
+    {
+        QFETCH(QVariant, msg);
+        QFETCH(qint64, blob);
+        QFETCH(bool, fits);
+        if (blob >= 0) {
+            // A byte array as long as makes the whole frame maxFrameSize + blob bytes.
+            const int probe = int(WireFrameCodec::maxFrameSize) - 1000;
+            const qint64 frame = WireFrameCodec::encode(WireFrame{1, "rep", "10003", "plugin", QByteArray(probe, 'b')}).size() - 4;
+            msg = QByteArray(int(probe + WireFrameCodec::maxFrameSize - frame + blob), 'b');
+        }
+        const QByteArray body = WireFrameCodec::encodeMessage(msg);
+        const QByteArray whole = WireFrameCodec::encode(WireFrame{1, "rep", "10003", "plugin", msg});
+        const QByteArray prebuilt = WireFrameCodec::encode(1, "rep", "10003", "plugin", body);
+        QCOMPARE(whole.size() - 4 <= WireFrameCodec::maxFrameSize, fits);
+        QCOMPARE(prebuilt.size() - 4 <= WireFrameCodec::maxFrameSize, fits);
+        if (fits)
+            QCOMPARE(whole, prebuilt);
+        // Encoding a message too large for a frame stops just past the limit.
+        QVERIFY2(body.size() < WireFrameCodec::maxFrameSize + 16, qPrintable(QString::number(body.size())));
+        WireFrameCodec codec;
+        codec.append(whole);
+        WireFrame f;
+        QCOMPARE(codec.next(f), fits ? WireFrameCodec::Ready : WireFrameCodec::Error);
+        if (fits)
+            QCOMPARE(f.msg, msg);
+    }
+
     void malformedFramesAreErrors()
     {
         QFETCH(QByteArray, bytes);
