@@ -7,6 +7,9 @@
 
 namespace {
 constexpr int kFlushChars = 1 << 19;
+// The longest line: held once as text and once encoded (up to four bytes a character),
+// it stays well inside what one string and one byte array can take.
+constexpr qint64 kMaxLineChars = 1 << 28;
 }
 
 CsvTableWriter::CsvTableWriter(QIODevice* device, const QByteArray& codecName, bool quoteFields,
@@ -81,8 +84,18 @@ void CsvTableWriter::appendLine(QString& out, const QStringList& row, const QStr
     out.resize(int(w - out.constData()));
 }
 
+bool CsvTableWriter::lineFits(const QStringList& row, bool quoteFields)
+{
+    qint64 need = 2;
+    for (const QString& cell : row)
+        need += cell.size() + (quoteFields ? 3 : 1);
+    return need <= kMaxLineChars;
+}
+
 bool CsvTableWriter::writeRow(const QStringList& row)
 {
+    if (!lineFits(row, !m_quote.isEmpty()))
+        return false;
     appendLine(m_buffer, row, m_quote, m_numeric);
     if (m_buffer.size() >= kFlushChars)
         return flush();

@@ -22,10 +22,14 @@ public:
     CsvTableWriter(QIODevice* device, const QByteArray& codecName, bool quoteFields, const QVector<bool>& numeric);
     ~CsvTableWriter();
 
+    // A row whose line does not fit (see lineFits) is refused: nothing of it is written.
     bool writeRow(const QStringList& row);
     bool flush();
 
     static void appendLine(QString& out, const QStringList& row, const QString& quote, const QVector<bool>& numeric);
+    // Whether the row's line, quotes and separators included, is short enough to be
+    // formatted and encoded in one piece.
+    static bool lineFits(const QStringList& row, bool quoteFields);
 
     CsvTableWriter(const CsvTableWriter&) = delete;
     CsvTableWriter& operator=(const CsvTableWriter&) = delete;

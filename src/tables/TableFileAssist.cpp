@@ -269,6 +269,16 @@ bool TableFileAssist::WriteTableData(const QList<QStringList>& data, const QStri
         err = QStringLiteral("无数据可写入！");
         return false;
     }
+    const bool csv = fileName.endsWith(QLatin1String(".csv"));
+    // A row too long for one line is refused before the old file goes.
+    for (int i = 0; csv && i < data.size(); ++i) {
+        if (!CsvTableWriter::lineFits(data.at(i), true)) {
+            qCWarning(lcTables).noquote() << "TableFileAssist::WriteTableData" << "row" << i
+                                          << "is too long for one line of a CSV file:" << fileName;
+            err = QStringLiteral("文件写入失败！");
+            return false;
+        }
+    }
     if (!append && !removeOldFile(fileName)) {
         const QString text = QStringLiteral("文件已经打开无法重写 请关闭文件后再试");
         if (showMessageBox) {
@@ -282,7 +292,7 @@ bool TableFileAssist::WriteTableData(const QList<QStringList>& data, const QStri
     if (!append)
         TableFileSeam::reach(TableFileSeam::OldFileRemoved, fileName);
     const QString codec = code == ExportFileCodeUtf8 ? QStringLiteral("UTF-8") : QStringLiteral("GB18030");
-    if (fileName.endsWith(QLatin1String(".csv")))
+    if (csv)
         return writeCsvFile(data, fileName, codec, true, formats, append, err);
     return writeXlsxFile(data, fileName, formats, append, err);
 }

@@ -439,6 +439,26 @@ private slots:
         QCOMPARE(err, QStringLiteral("多表格导出功能不支持csv格式导出"));
     }
 
+    void lineTooLongIsRefusedAndLosesNothing_data()
+    {
+        QTest::addColumn<bool>("append");
+        QTest::newRow("fresh") << false;
+        QTest::newRow("append") << true;
+    }
+
+    void lineTooLongIsRefusedAndLosesNothing()
+    {
+        // One shared text 1100 times: little to hold, but a line longer than a string can be.
+        QFETCH(bool, append);
+        const QString path = m_dir.filePath("long-line.csv");
+        writeBytes("long-line.csv", "\"h\"\r\n\"1\"\r\n");
+        const QStringList row(QVector<QString>(1100, QString(1 << 20, QLatin1Char('x'))).toList());
+        QString err;
+        QVERIFY(!VantorUtils::WriteTableData({{"h"}, {"2"}, row}, path, {}, false, ExportFileCodeUtf8, append, err));
+        QCOMPARE(err, QStringLiteral("文件写入失败！"));
+        QCOMPARE(readBytes(path), QByteArray("\"h\"\r\n\"1\"\r\n"));
+    }
+
     // The export's log line names the file as it was given, percent signs and all.
     void exportLogNamesTheFile() // and so does the read log
     {
