@@ -355,7 +355,12 @@ struct XlsxDocument::Private {
         // An empty text is still a cell: it counts for the sheet's width and last row.
         if (given.isEmpty())
             return worksheet_write_blank(s.ws, r, col, fmt ? fmt : plainFormat()) == LXW_NO_ERROR;
-        const QString text = escapedLikeControl(given);
+        // Text far beyond what a cell holds loses its tail before it is escaped: escapes
+        // may make it seven times as long, past what a string can be, and only its first
+        // 32 767 characters are kept below. Twice that many UTF-16 units, and the few an
+        // escape looks ahead, leave those characters as they were.
+        constexpr int kKeptUnits = 2 * 32767 + 8;
+        const QString text = escapedLikeControl(given.size() > kKeptUnits ? given.left(kKeptUnits) : given);
         QByteArray utf8 = text.toUtf8();
         lxw_error e = worksheet_write_string(s.ws, r, col, utf8.constData(), fmt);
         if (e == LXW_ERROR_MAX_STRING_LENGTH_EXCEEDED) {

@@ -295,6 +295,31 @@ private slots:
         QVERIFY(VantorUtils::WriteTableData({{"h1"}, {"_x0042_"}}, path, {}, false, ExportFileCodeUtf8, true, err));
         QCOMPARE(VantorUtils::ReadTableData(path, ReadAllRows, err), (data + Table{{"_x0042_", ""}}));
     }
+
+    void longTextKeepsWhatACellHolds_data()
+    {
+        QTest::addColumn<QString>("cell");
+        QTest::addColumn<QString>("kept");
+        QTest::newRow("plain text past the limit") << QString(40000, 'a') << QString(32767, 'a');
+        const QVector<uint> faces(20000, 0x1F600);
+        const QString astral = QString::fromUcs4(faces.constData(), faces.size());
+        QTest::newRow("40000 units, 20000 characters: whole") << astral << astral;
+        // The underscore is escaped, and the escape is cut with the text.
+        const QString lookalike = QString(32762, 'a') + QStringLiteral("_x0041_");
+        QTest::newRow("escape at the cut") << lookalike + QString(40000, 'b') << QString(32762, 'a') + QStringLiteral("_x005");
+        // Each NUL is stored as a seven-character escape: more than a string can hold.
+        QTest::newRow("NULs escaped past what a string holds") << QString(154000000, QChar(0)) << QString(32767 / 7, QChar(0));
+    }
+
+    void longTextKeepsWhatACellHolds()
+    {
+        QFETCH(QString, cell);
+        QFETCH(QString, kept);
+        const QString path = m_dir.filePath("long-text.xlsx");
+        QString err;
+        QVERIFY(VantorUtils::WriteTableData({{"h"}, {cell}}, path, {}, false, ExportFileCodeUtf8, false, err));
+        QCOMPARE(VantorUtils::ReadTableData(path, ReadAllRows, err), (Table{{"h"}, {kept}}));
+    }
 };
 
 QTEST_GUILESS_MAIN(TestXlsxSheets)
