@@ -13,10 +13,18 @@ constexpr char referencePrefix[] = "_";
 constexpr int sideUnionMaxParts = 5;
 constexpr int sideUnionOrderMinParts = 3;
 
+// No exchange has codes longer than this; a longer length in the configuration is a
+// slip (a length of two thousand million would ask for gigabytes of zeros).
+constexpr int longestSecurityCode = 255;
+
 // Left-pads a security code with "0" to the given length, when that is longer.
-QString padWithZeros(const QString& securityID, const QString& lengthText)
+QString padWithZeros(const QString& securityID, const QString& lengthText, const char* caller)
 {
     const int length = lengthText.toInt();
+    if (length > longestSecurityCode) {
+        qCWarning(lcBusiness).noquote() << caller << QStringLiteral("证券代码长度配置无效：%1，代码不补零").arg(lengthText);
+        return securityID;
+    }
     if (length > 0 && length > securityID.size())
         return QString(length - securityID.size(), QLatin1Char('0')) + securityID;
     return securityID;
@@ -154,7 +162,8 @@ QString VantorBusiUtils_p::NormalizeSecurityExchange(QString exchange) const
 
 QString VantorBusiUtils_p::FillSecurityIDByZeros(const QString& securityID, const QString& exchange) const
 {
-    return padWithZeros(securityID, m_exchangeCodeLengthDict.value(exchange, QStringLiteral("0")));
+    return padWithZeros(securityID, m_exchangeCodeLengthDict.value(exchange, QStringLiteral("0")),
+                        "VantorBusiUtils_p::FillSecurityIDByZeros");
 }
 
 QString VantorBusiUtils_p::AssembleSymbolBySecurityIDAndExchange(const QString& securityID,
@@ -164,7 +173,8 @@ QString VantorBusiUtils_p::AssembleSymbolBySecurityIDAndExchange(const QString& 
     const QString suffix = m_exchangeSymbolPostDict.value(brokerExchange);
     if (suffix.isEmpty())
         return securityID;
-    return padWithZeros(securityID, m_exchangeCodeLengthDict.value(brokerExchange, QStringLiteral("0")))
+    return padWithZeros(securityID, m_exchangeCodeLengthDict.value(brokerExchange, QStringLiteral("0")),
+                        "VantorBusiUtils_p::AssembleSymbolBySecurityIDAndExchange")
         + QLatin1Char('.') + suffix;
 }
 

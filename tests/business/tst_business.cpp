@@ -23,7 +23,7 @@ namespace {
 // A deployment of the test's own, with broken side-union entries among good ones.
 const char testConfig[] = R"({
   "CustomerExchange2Broker": {"SH": "SH", "XSHG": "SH", "SZ": "SZ", "BJ": "BJ", "HK": "HK", "US": "US", "OTC": "OTC"},
-  "CodeLengthDict": {"SH": "6", "SZ": "6", "BJ": "6", "HK": "5", "OTC": "6"},
+  "CodeLengthDict": {"SH": "6", "SZ": "6", "BJ": "6", "HK": "5", "OTC": "6", "ZZ": "2000000000"},
   "Markert2SymbolPost": {"SH": "SH", "SZ": "SZ", "BJ": "BJ", "HK": "HK", "US": "US"},
   "ExchangeChineseName": {"SZ": "深交所", "BJ": "北交所"},
   "symbolPost": {"NQ": "股转系统", "SZ": "深市"},
@@ -183,6 +183,7 @@ private slots:
         QTest::newRow("pad short code") << "fill" << "1234" << "SZ" << "001234";
         QTest::newRow("pad uses the exchange as given") << "fill" << "1234" << "sz" << "1234";
         QTest::newRow("pad without length") << "fill" << "1234" << "US" << "1234";
+        QTest::newRow("absurd length: no padding") << "fill" << "1234" << "ZZ" << "1234";
         QTest::newRow("symbol from alias") << "assemble" << "600000" << "xshg" << "600000.SH";
         QTest::newRow("symbol padded") << "assemble" << "700" << "hk" << "00700.HK";
         QTest::newRow("symbol without length") << "assemble" << "AAPL" << "us" << "AAPL.US";
