@@ -142,8 +142,19 @@ void OnceTimerManager::startNow(QObject* owner, IOnceTimerBase* obj, int index, 
 {
     // An active timer keeps its first deadline.
     QTimer* timer = ownTimer(owner, obj, index);
-    if (timer && !timer->isActive())
-        timer->start(msec);
+    if (!timer || timer->isActive())
+        return;
+    // Qt refuses a negative interval yet counts such a timer as running, so that no later
+    // call could start it: it is left stopped instead.
+    if (msec < 0) {
+        qCWarning(lcTiming).noquote() << "OnceTimerManager::OnceTimer"
+                                      << QStringLiteral("negative interval %1: timer %2 of \"%3\" not started")
+                                             .arg(msec)
+                                             .arg(index)
+                                             .arg(owner->objectName());
+        return;
+    }
+    timer->start(msec);
 }
 
 void OnceTimerManager::stopNow(IOnceTimerBase* obj, int index)
@@ -174,7 +185,7 @@ QTimer* OnceTimerManager::ownTimer(QObject* owner, IOnceTimerBase* obj, int inde
     // The timer is the object's child on the object's thread, so this cannot run after
     // the object died.
     connect(made, &QTimer::timeout, this, [owner, obj, id]() {
-        qCDebug(lcTiming).noquote() << "OnceTimerManager::OnceTimer" << "OnceTimer timeout ,obj :" << owner->objectName();
+        qCDebug(lcTiming).noquote() << "OnceTimer timeout ,obj :" << owner->objectName();
         obj->timeout(id);
     }, Qt::DirectConnection);
 

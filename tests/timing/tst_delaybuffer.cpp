@@ -126,6 +126,20 @@ private slots:
         buffer.clear();
     }
 
+    // A negative interval signals nothing, yet the values wait for the next usable one.
+    void negativeIntervalKeepsTheValues()
+    {
+        VantorDelayBuffer buffer(nullptr, 50);
+        QSignalSpy spy(&buffer, &VantorDelayBuffer::bufferTimeOut);
+        buffer.setInterval(-1);
+        QTest::ignoreMessage(QtWarningMsg, QRegularExpression("^OnceTimerManager::OnceTimer negative interval"));
+        buffer.AppendItem(1);
+        buffer.setInterval(20);
+        buffer.AppendItem(2);
+        QTRY_COMPARE(spy.count(), 1);
+        QCOMPARE(buffer.GetBufferItems(), (QList<QVariant>{1, 2}));
+    }
+
     // Producers on other threads append while the owner takes; nothing is lost or doubled,
     // and the batches are still signalled on the owner's thread.
     void appendsFromOtherThreads()

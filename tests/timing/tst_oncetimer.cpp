@@ -1,10 +1,12 @@
 #include "timing/OnceTimerManager.h"
+#include "utils/VantorLogging.h"
 
 #include <VantorUtils.h>
 
 #include <QTimer>
 #include <QtTest>
 
+#include <limits>
 #include <thread>
 
 namespace {
@@ -124,6 +126,44 @@ private slots:
             expected.removeAll(id);
         c.fired.sort();
         QCOMPARE(c.fired, expected);
+    }
+
+    // Qt refuses a negative interval but reports such a timer as running; a later call
+    // with a usable interval must still start it.
+    void negativeIntervalLeavesTimerUsable_data()
+    {
+        QTest::addColumn<int>("bad");
+        QTest::newRow("minus one") << -1;
+        QTest::newRow("lowest int") << std::numeric_limits<int>::min();
+    }
+
+    void negativeIntervalLeavesTimerUsable()
+    {
+        QFETCH(int, bad);
+        Client c;
+        QString id;
+        QTest::ignoreMessage(QtWarningMsg, QRegularExpression("^OnceTimerManager::OnceTimer negative interval"));
+        VantorUtils::OnceTimer(bad, &c, id);
+        QCOMPARE(id, QStringLiteral("0"));
+        QTimer* timer = timerOf(&c, 0);
+        QVERIFY(!timer || !timer->isActive());
+        VantorUtils::OnceTimer(20, &c, id);
+        QTRY_COMPARE(c.fired, QStringList{"0"});
+    }
+
+    // Log readers look for the firing line by its own words, not by a function name.
+    void firingIsLogged()
+    {
+        auto& category = const_cast<QLoggingCategory&>(lcTiming());
+        const bool wasEnabled = category.isDebugEnabled();
+        category.setEnabled(QtDebugMsg, true);
+        Client c;
+        c.setObjectName(QStringLiteral("quotes"));
+        QString id;
+        QTest::ignoreMessage(QtDebugMsg, "OnceTimer timeout ,obj : quotes");
+        VantorUtils::OnceTimer(1, &c, id);
+        QTRY_COMPARE(c.fired, QStringList{"0"});
+        category.setEnabled(QtDebugMsg, wasEnabled);
     }
 
     void objectThatIsNoQObjectGetsNoTimer()
