@@ -487,14 +487,15 @@ private slots:
         QVERIFY2(elapsed >= attempts * (interval - 1), qPrintable(QStringLiteral("%1 ms").arg(elapsed)));
     }
 
-    // The single query and the two sends: rows by mode, added to what the caller had; one
-    // request, never repeated; status, error text and end line.
-    void singleRequests_data()
+    // Rows by mode, added to what the caller had; the requests made (a single request is
+    // never repeated); status, error text, and the end line, which keeps a server text
+    // holding %1 as it is.
+    void entryOutcomes_data()
     {
         QTest::addColumn<QString>("entry");
         QTest::addColumn<QString>("functionId");
         QTest::addColumn<int>("mode");
-        QTest::addColumn<QString>("outcome");
+        QTest::addColumn<QString>("outcomes");
         QTest::addColumn<QString>("expectedRows"); // after the row the caller already had
         QTest::addColumn<QString>("status");
         QTest::addColumn<QString>("error");
@@ -502,13 +503,16 @@ private slots:
         const QString ok = Zentra_Values::RequestExeStatus::success;
         const QString fail = Zentra_Values::RequestExeStatus::fail;
         const QString timeout = Vantor_Values::RequestExeStatus::timeout;
+        const QString refusals = "fail fail fail fail fail";
         QTest::newRow("single, head line") << "single" << "10001" << 0 << "rows:2" << "head" << "" << "";
         QTest::newRow("single, data rows") << "single" << "10001" << 1 << "rows:2" << "0 1" << "" << "";
         QTest::newRow("single, head and data") << "single" << "10001" << 2 << "rows:2" << "head 0 1" << "" << "";
         QTest::newRow("single, other value as head and data") << "single" << "10001" << 9 << "rows:2" << "head 0 1" << "" << "";
-        QTest::newRow("single, empty head line gives nothing") << "single" << "" << 0 << "rows:2" << "" << "" << "";
+        QTest::newRow("single, empty head line gives nothing") << "single" << "" << 0 << "" << "" << "" << "";
         QTest::newRow("single, refusal") << "single" << "10001" << 2 << "fail" << "" << "" << "服务端拒绝%1";
         QTest::newRow("single, time-out") << "single" << "10001" << 2 << "timeout" << "" << "" << "查询超时";
+        QTest::newRow("page, refused every time") << "page" << "10003" << 2 << refusals << "" << "" << "服务端拒绝%1";
+        QTest::newRow("position, refused every time") << "pos" << "10002" << 2 << refusals << "" << "" << "服务端拒绝%1";
         QTest::newRow("send, data rows") << "send" << "20001" << 1 << "rows:2" << "0 1" << ok << "";
         QTest::newRow("send, head line") << "send" << "20001" << 0 << "rows:2" << "head" << ok << "";
         QTest::newRow("send, time-out") << "send" << "20001" << 2 << "timeout" << "" << timeout << "查询超时";
@@ -518,30 +522,32 @@ private slots:
         QTest::newRow("list, time-out") << "list" << "20002" << 2 << "timeout" << "" << timeout << "查询超时";
     }
 
-    void singleRequests()
+    void entryOutcomes()
     {
         QFETCH(QString, entry);
         QFETCH(QString, functionId);
         QFETCH(int, mode);
-        QFETCH(QString, outcome);
+        QFETCH(QString, outcomes);
         QFETCH(QString, expectedRows);
         QFETCH(QString, error);
 
-        script(*m_transport, outcome + " rows:1", 2); // the last page would answer a repeated request
-        // The end line keeps a server text holding %1 as it is.
-        if (entry == "single")
-            QTest::ignoreMessage(QtInfoMsg, QRegularExpression(QStringLiteral("^VantorUtils::QueryDatasFromServer 单次查询%1功能号，查询结束，结果：\\d，原因：%2$")
-                                                                   .arg(functionId, QRegularExpression::escape(error))));
-        else
-            QTest::ignoreMessage(QtInfoMsg, qPrintable(QStringLiteral("VantorUtils::%1 单次发送%2功能号，请求结果：%3")
-                                                           .arg(entry == "send" ? "SendRequestToServer" : "SendRequestListToServer",
-                                                                functionId, error.isEmpty() ? "成功" : error)));
+        script(*m_transport, outcomes + " rows:1", 2); // the last page would answer a request too many
+        const QMap<QString, QString> endLines{
+            {"single", "QueryDatasFromServer 单次查询%1功能号，查询结束，结果：\\d，原因：%2"},
+            {"page", "QueryDatasFromServerByPage 按页码查询%1功能号，查询结束，结果：\\d，原因：%2，结果集长度：0"},
+            {"pos", "QueryDatasFromServerByPos 按定位串查询%1功能号，查询结束，结果：\\d，原因：%2，结果集长度：0"},
+            {"send", "SendRequestToServer 单次发送%1功能号，请求结果：%2"},
+            {"list", "SendRequestListToServer 单次发送%1功能号，请求结果：%2"}};
+        const bool send = entry == "send" || entry == "list";
+        const QString result = send && error.isEmpty() ? QStringLiteral("成功") : error;
+        QTest::ignoreMessage(QtInfoMsg, QRegularExpression(QStringLiteral("^VantorUtils::%1$").arg(
+                                            endLines[entry].arg(functionId, QRegularExpression::escape(result)))));
         Rows rows{{{"id", 99}}};
         QString errorText = "left over";
         QTEST(runEntry(entry, m_presenter.get(), errorText, rows, functionId, mode), "status");
         QCOMPARE(errorText, error);
         QCOMPARE(shape(rows).join(' '), ("99 " + expectedRows).trimmed());
-        QCOMPARE(m_transport->requestCount(), functionId.isEmpty() ? 0 : 1);
+        QCOMPARE(m_transport->requestCount(), outcomes.split(' ', Qt::SkipEmptyParts).size());
     }
 
     void listSendCountsFollowingRows_data()
