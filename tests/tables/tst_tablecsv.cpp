@@ -429,6 +429,8 @@ private slots:
                                         << QStringLiteral("文件打开失败！");
         QTest::newRow("line too long") << "long.csv" << tooLong << false << old << QStringLiteral("文件写入失败！");
         QTest::newRow("line too long, appended") << "long.csv" << tooLong << true << old << QStringLiteral("文件写入失败！");
+        QTest::newRow("append to what is no workbook") << "broken.xlsx" << Table{{"a"}, {"1"}} << true << QByteArray("not a workbook")
+                                                       << QStringLiteral("Excel文件无法打开或已损坏，请检查文件后再试！");
         QTest::newRow("held csv") << "held.csv" << Table{{"a"}} << false << QByteArray("dir")
                                   << QStringLiteral("文件已经打开无法重写 请关闭文件后再试");
         QTest::newRow("held workbook") << "held.xlsx" << Table{{"a"}} << false << QByteArray("dir")
