@@ -298,6 +298,17 @@ private slots:
             << Table{{"h"}, {"1"}} << QStringList()
             << Table{{"2023-03-15", "1900-02-28T18:00:00.000", "1899-12-31", "2023-03-15"}, {"1", "", "", ""}}
             << QStringList{"A1 value 2023-03-15 00:00:00", "C1 value 1899-12-31"};
+        // B2:B4 and C2:D2 are each one formula filled over the range: each cell keeps its own,
+        // moved, references.
+        QTest::newRow("formulas filled over a range")
+            << sheet("<row r=\"1\"><c r=\"A1\" t=\"inlineStr\"><is><t>n</t></is></c></row><row r=\"2\"><c r=\"A2\"><v>1</v></c>"
+                     "<c r=\"B2\"><f t=\"shared\" ref=\"B2:B4\" si=\"0\">A2*2+$A$2</f><v>3</v></c><c r=\"C2\"><f t=\"shared\" "
+                     "ref=\"C2:D2\" si=\"1\">SUM(A2:A$4)&amp;\"A2\"</f><v>6</v></c><c r=\"D2\"><f t=\"shared\" si=\"1\"/><v>6</v></c>"
+                     "</row><row r=\"3\"><c r=\"A3\"><v>2</v></c><c r=\"B3\"><f t=\"shared\" si=\"0\"/><v>5</v></c></row>"
+                     "<row r=\"4\"><c r=\"A4\"><v>3</v></c><c r=\"B4\"><f t=\"shared\" si=\"0\"/><v>7</v></c></row>")
+            << Table{{"n"}, {"9"}} << QStringList{"公式", "公式", "公式", "公式", "公式"} << Table{{"n", "", "", ""}, {"1", "", "", ""}, {"2", "", "", ""}, {"3", "", "", ""}, {"9", "", "", ""}}
+            << QStringList{"B2 value =A2*2+$A$2", "B3 value =A3*2+$A$2", "B4 value =A4*2+$A$2", "C2 value =SUM(A2:A$4)&\"A2\"",
+                           "D2 value =SUM(B2:B$4)&\"A2\"", "A5 value 9"};
         // The formula's own cell keeps its cached number, the rest of its range their values.
         QTest::newRow("array formula results")
             << sheet("<row r=\"1\"><c r=\"A1\"><v>1</v></c><c r=\"B1\"><f t=\"array\" ref=\"B1:C2\">A1:A2*{1,10}</f><v>1</v></c>"

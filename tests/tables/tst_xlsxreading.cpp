@@ -1,6 +1,6 @@
 // Workbooks built part by part, as other programs write them (or as none would): date
 // systems, escaped characters, rows out of order, unusual part names and encodings, cells
-// without values, stylesheets and theme colours, formulas filled over a range, numbers under
+// without values, stylesheets and theme colours, array formula ranges, numbers under
 // a locale with a decimal comma; and the reader's number, date and formula helpers.
 #include "VantorUtils.h"
 #include "tables/XlsxFormulaShift.h"
@@ -15,7 +15,6 @@
 #include <clocale>
 
 #include "xlsx_package.h"
-#include "xlsx_probe.h"
 
 using Table = QList<QStringList>;
 
@@ -195,32 +194,6 @@ private slots:
         QString err;
         const Table rows = VantorUtils::ReadTableData(package(parts), ReadTableCfg(cfg), err);
         QCOMPARE(rows.isEmpty() && !err.isEmpty() ? Table{{err}} : rows, expected);
-    }
-
-    void sharedFormulas()
-    {
-        // B2:B4 and C2:D2 are each one formula filled over the range: each cell reads as
-        // its own formula, and appending keeps each one a formula with its own references.
-        const QString path = package(sheetPart(
-            row(1, str("A1", "n"))
-            + row(2, "<c r=\"A2\"><v>1</v></c><c r=\"B2\"><f t=\"shared\" ref=\"B2:B4\" si=\"0\">A2*2+$A$2</f><v>3</v></c>"
-                     "<c r=\"C2\"><f t=\"shared\" ref=\"C2:D2\" si=\"1\">SUM(A2:A$4)&amp;\"A2\"</f><v>6</v></c>"
-                     "<c r=\"D2\"><f t=\"shared\" si=\"1\"/><v>6</v></c>")
-            + row(3, "<c r=\"A3\"><v>2</v></c><c r=\"B3\"><f t=\"shared\" si=\"0\"/><v>5</v></c>")
-            + row(4, "<c r=\"A4\"><v>3</v></c><c r=\"B4\"><f t=\"shared\" si=\"0\"/><v>7</v></c>")));
-        for (const char* f : {"A2*2+$A$2", "SUM(A2:A$4)&\"A2\"", "SUM(B2:B$4)&\"A2\"", "A3*2+$A$2", "A4*2+$A$2"})
-            QTest::ignoreMessage(QtWarningMsg, QRegularExpression(QStringLiteral("公式：") + QRegularExpression::escape(f) + "$"));
-        QString err;
-        QCOMPARE(VantorUtils::ReadTableData(path, ReadAllRows, err).size(), 4);
-        QVERIFY(!err.isEmpty());
-        QVERIFY(VantorUtils::WriteTableData({{"n"}, {"9"}}, path, {}, false, ExportFileCodeUtf8, true, err));
-        const auto cells = XlsxProbe::cells(path);
-        if (cells.isEmpty())
-            QSKIP("python3-openpyxl is not available");
-        QStringList values;
-        for (const char* ref : {"B2", "B3", "B4", "D2", "A5"})
-            values.append(cells.value(ref).value("value").toVariant().toString());
-        QCOMPARE(values, (QStringList{"=A2*2+$A$2", "=A3*2+$A$2", "=A4*2+$A$2", "=SUM(B2:B$4)&\"A2\"", "9"}));
     }
 
     void arrayFormulaRanges_data()
