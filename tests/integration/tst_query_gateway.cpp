@@ -21,15 +21,21 @@ QString text(const char* name)
     return QString::fromLatin1(name);
 }
 
-// The key of each row in the order received.
-QStringList keys(const Rows& rows, const QString& keyField)
-{
-    QStringList out;
-    out.reserve(rows.size());
-    for (const auto& row : rows)
-        out.append(row.value(keyField).toString());
-    return out;
-}
+// A gateway simulator of RowCount rows on a loopback port, and a presenter talking to it.
+struct Gateway {
+    explicit Gateway(quint32 seed)
+        : server([seed] {
+            GatewayOptions options;
+            options.rows = RowCount;
+            options.seed = seed;
+            return options;
+        }())
+    {
+        presenter.setTransport(std::make_shared<TcpTransport>(server.start() ? server.address() : QString()));
+    }
+    GatewayServer server;
+    LmPresenterClass presenter{QStringLiteral("queryIntegration")};
+};
 } // namespace
 
 class TestQueryGateway : public QObject
@@ -37,15 +43,7 @@ class TestQueryGateway : public QObject
     Q_OBJECT
 
 private:
-    std::unique_ptr<GatewayServer> m_gateway;
-    std::unique_ptr<LmPresenterClass> m_presenter;
-
-    std::unique_ptr<LmPresenterClass> presenterFor(const GatewayServer& gateway)
-    {
-        auto presenter = std::make_unique<LmPresenterClass>(QStringLiteral("queryIntegration"));
-        presenter->setTransport(std::make_shared<TcpTransport>(gateway.address()));
-        return presenter;
-    }
+    std::unique_ptr<Gateway> m_gateway;
 
     // Sets the fault rates of one function through the gateway's control function.
     void setFaults(const QString& functionId, double failRate, double noreplyRate)
@@ -56,29 +54,21 @@ private:
                                               {text(Ctl::noreplyRate), noreplyRate}};
         Rows rows;
         QString errorText;
-        const QString status = VantorUtils::SendRequestToServer(m_presenter.get(), text(Zentra_Values::FunctionId::gatewayControl),
-                                                                control, QueryDataList, errorText, rows);
-        QCOMPARE(status, text(Zentra_Values::RequestExeStatus::success));
+        QCOMPARE(VantorUtils::SendRequestToServer(&m_gateway->presenter, text(Zentra_Values::FunctionId::gatewayControl),
+                                                  control, QueryDataList, errorText, rows),
+                 text(Zentra_Values::RequestExeStatus::success));
     }
 
 private slots:
     void initTestCase()
     {
-        GatewayOptions options;
-        options.rows = RowCount;
-        options.seed = 11;
-        m_gateway = std::make_unique<GatewayServer>(options);
-        QVERIFY2(m_gateway->start(), qPrintable(m_gateway->errorString()));
-        m_presenter = presenterFor(*m_gateway);
+        m_gateway = std::make_unique<Gateway>(11);
+        QVERIFY2(m_gateway->server.isRunning(), qPrintable(m_gateway->server.errorString()));
     }
 
     void cleanup() { qunsetenv("VANTOR_REQUEST_TIMEOUT_MS"); }
 
-    void cleanupTestCase()
-    {
-        m_presenter.reset();
-        m_gateway.reset();
-    }
+    void cleanupTestCase() { m_gateway.reset(); }
 
     void everyRowOnceInOrder_data()
     {
@@ -98,54 +88,50 @@ private slots:
         QFETCH(double, failRate);
         QFETCH(double, noreplyRate);
 
-        const QString functionId = text(byPosition ? Zentra_Values::FunctionId::positions : Zentra_Values::FunctionId::orders);
+        using namespace Zentra_Values::FunctionId;
+        const QString functionId = text(byPosition ? positions : orders);
         setFaults(functionId, failRate, noreplyRate);
         // A request the gateway leaves unanswered is given up quickly and asked again.
         qputenv("VANTOR_REQUEST_TIMEOUT_MS", "300");
-
         QString errorText = QStringLiteral("left over");
-        const Rows rows = byPosition
-                              ? VantorUtils::QueryDatasFromServerByPos(m_presenter.get(), functionId, {}, errorText, 1000)
-                              : VantorUtils::QueryDatasFromServerByPage(m_presenter.get(), functionId, {}, errorText, 1000);
+        LmPresenterClass* presenter = &m_gateway->presenter;
+        const Rows rows = byPosition ? VantorUtils::QueryDatasFromServerByPos(presenter, functionId, {}, errorText, 1000)
+                                     : VantorUtils::QueryDatasFromServerByPage(presenter, functionId, {}, errorText, 1000);
         setFaults(functionId, 0, 0);
 
         QCOMPARE(errorText, QString());
         QCOMPARE(rows.size(), RowCount);
-        const QStringList received =
-            keys(rows, text(byPosition ? Zentra_Fields::System::positionStr : Zentra_Fields::Security::orderID));
         // Strictly increasing keys: in the gateway's order, none twice, none empty.
-        QVERIFY(!received.first().isEmpty());
-        for (int i = 1; i < received.size(); ++i)
-            QVERIFY2(received.at(i - 1) < received.at(i),
-                     qPrintable(QStringLiteral("row %1: %2 after %3").arg(i).arg(received.at(i), received.at(i - 1))));
+        const QString keyField = text(byPosition ? Zentra_Fields::System::positionStr : Zentra_Fields::Security::orderID);
+        QVERIFY(!rows.first().value(keyField).toString().isEmpty());
+        for (int i = 1; i < rows.size(); ++i) {
+            const QString previous = rows.at(i - 1).value(keyField).toString();
+            const QString current = rows.at(i).value(keyField).toString();
+            QVERIFY2(previous < current, qPrintable(QStringLiteral("row %1: %2 after %3").arg(i).arg(current, previous)));
+        }
     }
 
     void gatewayDiesMidQuery()
     {
-        GatewayOptions options;
-        options.rows = RowCount;
-        options.seed = 12;
-        GatewayServer dying(options);
-        QVERIFY2(dying.start(), qPrintable(dying.errorString()));
-        const auto presenter = presenterFor(dying);
+        Gateway dying(12);
+        QVERIFY2(dying.server.isRunning(), qPrintable(dying.server.errorString()));
         qputenv("VANTOR_REQUEST_TIMEOUT_MS", "1000");
 
         // Small, spaced pages keep the query going for seconds.
+        const QString orders = text(Zentra_Values::FunctionId::orders);
         Rows rows{{{"stale", 1}}};
         QString errorText;
         std::thread query([&] {
-            rows = VantorUtils::QueryDatasFromServerByPage(presenter.get(), text(Zentra_Values::FunctionId::orders), {},
-                                                           errorText, 100, 0, 20);
+            rows = VantorUtils::QueryDatasFromServerByPage(&dying.presenter, orders, {}, errorText, 100, 0, 20);
         });
         QTest::qWait(300);
-        dying.stop();
+        dying.server.stop();
         query.join();
 
         QVERIFY(rows.isEmpty());
         // The call ends with the transport's own account of the lost gateway.
         QVariant reply;
-        QCOMPARE(presenter->transport()->request(text(Zentra_Values::FunctionId::orders), QStringLiteral("probe"),
-                                                 QVariantList{QVariantMap()}, reply, 1000),
+        QCOMPARE(dying.presenter.transport()->request(orders, QStringLiteral("probe"), QVariantList{QVariantMap()}, reply, 1000),
                  2);
         const QString lost = reply.toList().value(0).toMap().value(text(Zentra_Fields::System::textDescription)).toString();
         QVERIFY(!lost.isEmpty());

@@ -28,9 +28,9 @@ const char kWorkbook[] =
     "<workbook xmlns:r=\"http://schemas.openxmlformats.org/officeDocument/2006/relationships\">"
     "<sheets><sheet name=\"Sheet1\" sheetId=\"1\" r:id=\"rId1\"/></sheets></workbook>";
 
-// Writes a package (entries stored) holding the given parts over a minimal valid workbook;
-// a part given as a null array is left out.
-inline bool write(const QString& path, const Parts& given)
+// Writes a package (entries stored, or deflated) holding the given parts over a minimal
+// valid workbook; a part given as a null array is left out.
+inline bool write(const QString& path, const Parts& given, bool deflate = false)
 {
     Parts parts{{"[Content_Types].xml", kContentTypes},
                 {"_rels/.rels", kPackageRels},
@@ -55,7 +55,7 @@ inline bool write(const QString& path, const Parts& given)
             zip_discard(za);
             return false;
         }
-        zip_set_file_compression(za, zip_uint64_t(index), ZIP_CM_STORE, 0);
+        zip_set_file_compression(za, zip_uint64_t(index), deflate ? ZIP_CM_DEFLATE : ZIP_CM_STORE, 0);
     }
     return zip_close(za) == 0; // the buffers are read here, while `parts` still holds them
 }

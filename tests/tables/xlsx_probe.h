@@ -5,6 +5,7 @@
 #include <QJsonArray>
 #include <QJsonDocument>
 #include <QJsonObject>
+#include <QMap>
 #include <QProcess>
 #include <QStringList>
 
@@ -23,12 +24,21 @@ inline bool python(const QStringList& args, QByteArray* out = nullptr)
     return ok;
 }
 
-// The helper's report ("dump", "layout", "book") on a workbook; empty without openpyxl.
+// The helper's report ("dump" or "book") on a workbook; empty without openpyxl.
 inline QJsonObject probe(const char* command, const QString& path)
 {
     QByteArray out;
     python({script(), QString::fromLatin1(command), path}, &out);
     return QJsonDocument::fromJson(out).object();
+}
+
+// The cells of one sheet in the "dump" report, by reference; empty without openpyxl.
+inline QMap<QString, QJsonObject> cells(const QString& path, int sheet = 0)
+{
+    QMap<QString, QJsonObject> byRef;
+    for (const QJsonValue& c : probe("dump", path).value("sheets").toArray().at(sheet).toObject().value("cells").toArray())
+        byRef.insert(c.toObject().value("ref").toString(), c.toObject());
+    return byRef;
 }
 
 inline QString compact(const QJsonValue& v)

@@ -13,11 +13,13 @@ class TestStatisticAssist : public QObject
     Q_OBJECT
 
 private slots:
+    // Steps are samples ("nan" and "inf" too), "clear", "max=N" (SetMaxCount) or "valid=N"
+    // (SetValidMinCount).
     void figures_data()
     {
         QTest::addColumn<int>("maxCount");
         QTest::addColumn<int>("validMinCount");
-        QTest::addColumn<QList<double>>("values");
+        QTest::addColumn<QStringList>("steps");
         QTest::addColumn<double>("max");
         QTest::addColumn<double>("min");
         QTest::addColumn<double>("avg");
@@ -26,28 +28,68 @@ private slots:
 
         constexpr double lowest = std::numeric_limits<double>::lowest();
         constexpr double largest = std::numeric_limits<double>::max();
-        QTest::newRow("fresh") << 3 << 0 << QList<double>{} << lowest << largest << 0.0 << true << false;
-        QTest::newRow("window of three") << 3 << 0 << QList<double>{1, 5, 2, 3} << 5.0 << 2.0 << 10.0 / 3 << true << true;
-        QTest::newRow("maximum leaves, rescan") << 3 << 0 << QList<double>{1, 5, 2, 3, 1} << 3.0 << 1.0 << 2.0 << true << true;
-        QTest::newRow("minimum leaves, rescan") << 3 << 0 << QList<double>{9, 1, 7, 8, 9} << 9.0 << 7.0 << 8.0 << true << true;
-        QTest::newRow("decreasing") << 2 << 0 << QList<double>{10, 9, 8, 7} << 8.0 << 7.0 << 7.5 << true << true;
-        QTest::newRow("equal extremes within tolerance") << 2 << 0 << QList<double>{4, 4, 3} << 4.0 << 3.0 << 3.5 << true << true;
-        QTest::newRow("negative samples") << 2 << 0 << QList<double>{-1, -5, -3} << -3.0 << -5.0 << -4.0 << true << true;
-        QTest::newRow("unbounded") << 0 << 0 << QList<double>{3, -2, 8, 1} << 8.0 << -2.0 << 2.5 << true << false;
-        QTest::newRow("too few to be valid") << 5 << 3 << QList<double>{2, 4} << 4.0 << 2.0 << 3.0 << false << false;
-        QTest::newRow("just enough to be valid") << 5 << 3 << QList<double>{2, 4, 6} << 6.0 << 2.0 << 4.0 << true << false;
-        QTest::newRow("threshold clamped to length") << 2 << 9 << QList<double>{1, 2} << 2.0 << 1.0 << 1.5 << true << true;
-        QTest::newRow("unbounded has no threshold") << 0 << 4 << QList<double>{1} << 1.0 << 1.0 << 1.0 << true << false;
+        constexpr double nan = std::numeric_limits<double>::quiet_NaN();
+        constexpr double inf = std::numeric_limits<double>::infinity();
+        using L = QStringList;
+        QTest::newRow("fresh") << 3 << 0 << L{} << lowest << largest << 0.0 << true << false;
+        QTest::newRow("window of three") << 3 << 0 << L{"1", "5", "2", "3"} << 5.0 << 2.0 << 10.0 / 3 << true << true;
+        QTest::newRow("maximum leaves, rescan") << 3 << 0 << L{"1", "5", "2", "3", "1"} << 3.0 << 1.0 << 2.0 << true << true;
+        QTest::newRow("minimum leaves, rescan") << 3 << 0 << L{"9", "1", "7", "8", "9"} << 9.0 << 7.0 << 8.0 << true << true;
+        QTest::newRow("equal extremes within tolerance") << 2 << 0 << L{"4", "4", "3"} << 4.0 << 3.0 << 3.5 << true << true;
+        QTest::newRow("unbounded") << 0 << 0 << L{"3", "-2", "8", "1"} << 8.0 << -2.0 << 2.5 << true << false;
+        QTest::newRow("too few to be valid") << 5 << 3 << L{"2", "4"} << 4.0 << 2.0 << 3.0 << false << false;
+        QTest::newRow("just enough to be valid") << 5 << 3 << L{"2", "4", "6"} << 6.0 << 2.0 << 4.0 << true << false;
+        QTest::newRow("threshold clamped to length") << 2 << 9 << L{"1", "2"} << 2.0 << 1.0 << 1.5 << true << true;
+        QTest::newRow("unbounded has no threshold") << 0 << 4 << L{"1"} << 1.0 << 1.0 << 1.0 << true << false;
+        QTest::newRow("threshold set on unbounded") << 0 << 0 << L{"valid=3", "1", "max=5"} << 1.0 << 1.0 << 1.0 << true
+                                                    << false;
+        QTest::newRow("threshold set once bounded")
+            << 0 << 0 << L{"valid=3", "1", "max=5", "valid=3"} << 1.0 << 1.0 << 1.0 << false << false;
+        QTest::newRow("clear keeps the counts") << 2 << 2 << L{"7", "9", "clear"} << lowest << largest << 0.0 << false << false;
+        QTest::newRow("refilled after clear") << 2 << 2 << L{"7", "9", "clear", "3", "5"} << 5.0 << 3.0 << 4.0 << true << true;
+        // A shorter length trims one sample per append, not all at once.
+        QTest::newRow("shortened: 10 leaves") << 4 << 0 << L{"10", "1", "2", "3", "max=2", "4"} << 4.0 << 1.0 << 2.5
+                                                << true << true;
+        QTest::newRow("shortened: 1 leaves") << 4 << 0 << L{"10", "1", "2", "3", "max=2", "4", "5"} << 5.0 << 2.0
+                                               << 3.5 << true << true;
+        // A negative length cannot be a window: it is taken as unbounded, with a warning.
+        QTest::newRow("negative length") << -3 << 2 << L{"1", "max=-1", "2", "3"} << 3.0 << 1.0 << 2.0 << true << false;
+        // A NaN or an infinity spoils the figures only while it is in the window.
+        QTest::newRow("NaN left") << 3 << 0 << L{"nan", "1", "2", "3"} << 3.0 << 1.0 << 2.0 << true << true;
+        QTest::newRow("NaN inside") << 3 << 0 << L{"1", "nan", "2"} << 2.0 << 1.0 << nan << true << true;
+        QTest::newRow("infinity left") << 3 << 0 << L{"inf", "1", "2", "3"} << 3.0 << 1.0 << 2.0 << true << true;
+        QTest::newRow("both infinities left") << 3 << 0 << L{"inf", "-inf", "2", "3", "4"} << 4.0 << 2.0 << 3.0 << true
+                                              << true;
+        QTest::newRow("infinity inside") << 3 << 0 << L{"1", "inf", "2"} << inf << 1.0 << inf << true << true;
     }
 
     void figures()
     {
         QFETCH(int, maxCount);
         QFETCH(int, validMinCount);
-        QFETCH(QList<double>, values);
+        QFETCH(QStringList, steps);
+        const auto expectNegativeLength = [](const QString& function, int n) {
+            if (n < 0)
+                QTest::ignoreMessage(QtWarningMsg, qPrintable("VantorStatisticAssist::" + function + " negative window length "
+                                                              + QString::number(n) + " taken as unbounded"));
+        };
+        expectNegativeLength("VantorStatisticAssist", maxCount);
         VantorStatisticAssist stat(maxCount, validMinCount);
-        for (double v : qAsConst(values))
-            stat.AppendData(v);
+        for (const QString& step : qAsConst(steps)) {
+            const int n = step.section('=', 1).toInt();
+            if (step == "clear") {
+                stat.ClearAllData();
+            } else if (step.startsWith("max=")) {
+                expectNegativeLength("SetMaxCount", n);
+                stat.SetMaxCount(n);
+            } else if (step.startsWith("valid=")) {
+                stat.SetValidMinCount(n);
+            } else {
+                bool ok = false;
+                stat.AppendData(step.toDouble(&ok));
+                QVERIFY2(ok, qPrintable(step));
+            }
+        }
 
         bool validMax = false, validMin = false, validAvg = false;
         QTEST(stat.GetMaxData(&validMax), "max");
@@ -88,99 +130,6 @@ private slots:
             QCOMPARE(stat.GetMinData(), *std::min_element(window.begin(), window.end()));
             QVERIFY2(qAbs(stat.GetAvgData() - sum / window.size()) < 1e-6, qPrintable(QString::number(i)));
         }
-    }
-
-    void clearKeepsCounts()
-    {
-        VantorStatisticAssist stat(2, 2);
-        stat.AppendData(7);
-        stat.AppendData(9);
-        QVERIFY(stat.IsQueueFull());
-        stat.ClearAllData();
-        QVERIFY(!stat.IsQueueFull());
-        bool valid = true;
-        QCOMPARE(stat.GetMaxData(&valid), std::numeric_limits<double>::lowest());
-        QVERIFY(!valid);
-        QCOMPARE(stat.GetMinData(), std::numeric_limits<double>::max());
-        QCOMPARE(stat.GetAvgData(), 0.0);
-        stat.AppendData(3);
-        stat.AppendData(5);
-        QVERIFY(stat.IsQueueFull());
-        QCOMPARE(stat.GetAvgData(&valid), 4.0);
-        QVERIFY(valid);
-    }
-
-    // A shorter length trims one sample per append, not all at once.
-    void shrinkingTrimsOnePerAppend()
-    {
-        VantorStatisticAssist stat(4);
-        for (double v : {10.0, 1.0, 2.0, 3.0})
-            stat.AppendData(v);
-        stat.SetMaxCount(2);
-        stat.AppendData(4); // drops 10: window 1 2 3 4
-        QCOMPARE(stat.GetMaxData(), 4.0);
-        QCOMPARE(stat.GetAvgData(), 2.5);
-        stat.AppendData(5); // drops 1: window 2 3 4 5
-        QCOMPARE(stat.GetMinData(), 2.0);
-        QCOMPARE(stat.GetAvgData(), 3.5);
-    }
-
-    void thresholdNeedsBoundedWindow()
-    {
-        VantorStatisticAssist stat;
-        stat.SetValidMinCount(3);
-        stat.AppendData(1);
-        bool valid = false;
-        stat.GetAvgData(&valid);
-        QVERIFY(valid);
-
-        stat.SetMaxCount(5);
-        stat.SetValidMinCount(3);
-        stat.GetAvgData(&valid);
-        QVERIFY(!valid);
-    }
-
-    // A NaN or an infinity spoils the figures only while it is in the window.
-    void nonFiniteSamples_data()
-    {
-        QTest::addColumn<QList<double>>("values"); // window of three
-        QTest::addColumn<double>("max");
-        QTest::addColumn<double>("min");
-        QTest::addColumn<double>("avg");
-        constexpr double nan = std::numeric_limits<double>::quiet_NaN();
-        constexpr double inf = std::numeric_limits<double>::infinity();
-        QTest::newRow("NaN left") << QList<double>{nan, 1, 2, 3} << 3.0 << 1.0 << 2.0;
-        QTest::newRow("NaN inside") << QList<double>{1, nan, 2} << 2.0 << 1.0 << nan;
-        QTest::newRow("infinity left") << QList<double>{inf, 1, 2, 3} << 3.0 << 1.0 << 2.0;
-        QTest::newRow("both infinities left") << QList<double>{inf, -inf, 2, 3, 4} << 4.0 << 2.0 << 3.0;
-        QTest::newRow("infinity inside") << QList<double>{1, inf, 2} << inf << 1.0 << inf;
-    }
-
-    void nonFiniteSamples()
-    {
-        QFETCH(QList<double>, values);
-        VantorStatisticAssist stat(3);
-        for (double v : qAsConst(values))
-            stat.AppendData(v);
-        QTEST(stat.GetMaxData(), "max");
-        QTEST(stat.GetMinData(), "min");
-        QTEST(stat.GetAvgData(), "avg");
-    }
-
-    // A negative length cannot be a window: it is taken as unbounded, with a warning.
-    void negativeLengthIsUnbounded()
-    {
-        QTest::ignoreMessage(QtWarningMsg, "VantorStatisticAssist::VantorStatisticAssist negative window length -3 taken as unbounded");
-        VantorStatisticAssist stat(-3, 2);
-        stat.AppendData(1);
-        QTest::ignoreMessage(QtWarningMsg, "VantorStatisticAssist::SetMaxCount negative window length -1 taken as unbounded");
-        stat.SetMaxCount(-1);
-        stat.AppendData(2);
-        stat.AppendData(3);
-        bool valid = false;
-        QCOMPARE(stat.GetAvgData(&valid), 2.0);
-        QVERIFY(valid);
-        QVERIFY(!stat.IsQueueFull());
     }
 };
 
